@@ -1,0 +1,125 @@
+#ifndef LIBBASIC_FILE_H_
+#define LIBBASIC_FILE_H_
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace util {
+
+/// Whole-file operations on one path. Every failure is told by the result, and the last-error text
+/// of `misc.h` has the reason:
+///
+/// | Text | Meaning |
+/// |---|---|
+/// | "open file: %s" | the file can't be opened; `CopyFile` says "open file '%s': %s" with the path
+/// | | "read file: %s" | reading failed; a read error is never taken for the end of a file | |
+/// "write file: %s" | not all bytes could be written: a full disk, say | | "close file: %s" | the
+/// file could not be closed, so its content is not known to be safe |
+///
+/// A file whose writing failed is left as it is. An object is used by one thread at a time.
+class File {
+ public:
+  /// Keeps a copy of the path. The file system is not touched.
+  explicit File(const std::string& file);
+
+  /// Frees the buffer of `ReadBinary`.
+  ~File();
+
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+
+  /// Reads the file as text, in chunks of 4095 bytes: a zero byte drops the rest of its chunk.
+  /// \param[in,out] text  The text is appended; what is there stays.
+  /// \return False when the file can't be opened or read; `text` then holds what came before.
+  bool ReadText(std::string& text);
+
+  /// Writes `text`, zero bytes included. An empty text makes an empty file.
+  /// \param append  True: behind what the file holds. False: in its place.
+  /// \return Whether the whole text was written and the file closed.
+  bool WriteText(const std::string& text, bool append);
+
+  /// Reads the whole file into memory. The first success is kept, and later calls answer from
+  /// memory; after a failure, a call tries anew.
+  /// \param[out] bin  Receives the bytes. They belong to this object and live as long as it does;
+  ///                  not null, even for an empty file. Unchanged on failure.
+  /// \return The number of bytes, or -1. The size is that at the start: what a growing file gains
+  ///         meanwhile is not read. Besides the texts above, the last error can be that of
+  ///         `GetFileSize` or "malloc size: %d" with the size in bytes.
+  int64_t ReadBinary(uint8_t*& bin);
+
+  /// Writes `size` bytes from `bin`, which stays the caller's.
+  /// \param append  True: behind what the file holds. False: in its place.
+  /// \return Whether all bytes were written and the file closed. A `size` below 1
+  ///         ("invalid binary size") and a null `bin` ("invalid binary pointer") touch no file.
+  bool WriteBinary(const uint8_t* bin, int64_t size, bool append);
+
+  /// Removes a file or an empty directory.
+  /// \return True also when there is nothing at `file`. False with "invalid paramter" for an empty
+  ///         path, or with "remove: %s".
+  static bool DeleteFile(const std::string& file);
+
+  /// Copies the bytes of `src` to `dst`, replacing what `dst` held; the destination comes first.
+  /// The two must not be the same file. A source that can't be opened leaves `dst` untouched.
+  /// \return Whether all bytes were copied and `dst` closed.
+  static bool CopyFile(const std::string& dst, const std::string& src);
+
+  /// Returns the size of a file in bytes, following links; -1 with "the file string is empty" or
+  /// "stat64: %s".
+  static int64_t GetFileSize(const std::string& file);
+
+ private:
+  std::string file_;
+  uint8_t* binary_;
+  int64_t bin_size_;
+};
+
+/// Owns one open stream and one open descriptor, each independent of the other, and closes them
+/// when it goes out of scope. It leaves the last-error text alone and keeps its own (`GetError`).
+/// An object is used by one thread at a time.
+class FileHandler {
+ public:
+  /// Holds nothing.
+  FileHandler();
+
+  /// Closes what is held.
+  ~FileHandler();
+
+  FileHandler(const FileHandler&) = delete;
+  FileHandler& operator=(const FileHandler&) = delete;
+
+  /// Opens a descriptor, after closing the one that is held.
+  /// \param flag  The flags of `open`. A file that it creates gets no permission bits.
+  /// \return The descriptor, which stays the handler's, or -1 with "invalid input paramter" (empty
+  ///         path) or the system's words in `GetError`.
+  int Open(const std::string& file, int flag);
+
+  /// Opens a stream, after closing the one that is held.
+  /// \param mode  The mode of `fopen`.
+  /// \return The stream, which stays the handler's, or null with "invalid input paramters" (empty
+  ///         path or null mode) or the system's words in `GetError`.
+  FILE* Open(const std::string& file, const char* mode);
+
+  /// Closes the stream, if one is held, and empties the error text.
+  void DestroyHandle();
+
+  /// Closes the descriptor, if one is held, and empties the error text.
+  void DestroyDescriptor();
+
+  /// Closes the stream and tells how it went, for writers who have to know.
+  /// \return 0, also when no stream is held, or the `errno` of the failed close. The stream is gone
+  ///         in any case.
+  int CloseHandle();
+
+  /// Returns the reason of the last failed `Open`; empty after a good one and after a close.
+  const std::string& GetError() const;
+
+ private:
+  FILE* fp_;
+  int fd_;
+  std::string error_msg;
+};
+
+}  // namespace util
+
+#endif  // LIBBASIC_FILE_H_

@@ -1,0 +1,189 @@
+#ifndef LIBBASIC_LWLOGGER_H_
+#define LIBBASIC_LWLOGGER_H_
+
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace util {
+
+/// How important a message is. A larger number is more talkative; a message passes when its level
+/// is at most the threshold.
+enum LogLevel {
+  kLogNone = 0,     ///< Passes every threshold; as a threshold it can't be set by name.
+  kLogFatal = 1,    ///< "fatal". Nothing ends because of it.
+  kLogError = 2,    ///< "error"
+  kLogWarning = 3,  ///< "warning"
+  kLogInfo = 4,     ///< "info", the initial threshold
+  kLogDebug = 5,    ///< "debug"
+  kLogTrace = 6,    ///< "trace"
+  kLogEnd = 7,      ///< One past the levels.
+};
+
+/// The one channel through which a program speaks: errors, and its ordinary output too. There is
+/// one logger in a process, got with `GetLogger`; it lives from the first use to process exit.
+///
+/// A line is an optional assist header, the level's prefix ("fatal: ", "error: " or "warning: ",
+/// with the process name and a blank ahead of it if that is on; nothing for the other levels) and
+/// the message. Messages carry their own line end: none is added, none removed. Each line is
+/// flushed at once.
+///
+/// A line goes to one place only: to the log file, if that is on, otherwise to the console. The
+/// first console line of the process chooses the stream for all later ones: `stdout` when it is
+/// less grave than an error, else `stderr`.
+///
+/// Lines may be written by any number of threads; each arrives whole. The setters take no lock:
+/// call them before other threads log. No operation reports a failure or leaves a last-error text
+/// of its own, though the system's reasons for not knowing its own path or folder may be found
+/// there.
+class LwLogger {
+ public:
+  /// Returns the process's logger. Safe against concurrent first calls.
+  static LwLogger& GetLogger();
+
+  /// Closes the log file.
+  virtual ~LwLogger();
+
+  LwLogger(const LwLogger&) = delete;
+  LwLogger(LwLogger&&) = delete;
+  LwLogger& operator=(const LwLogger&) = delete;
+  LwLogger& operator=(LwLogger&&) = delete;
+
+  /// Returns the threshold.
+  LogLevel GetLogLevel() const { return log_level_; }
+
+  /// \name Switches
+  /// They can only be switched on. A failure of the log file switches that one off.
+  /// \{
+
+  /// Sends lines to a log file. At the first line, and again when the file has reached 64 MiB, a
+  /// new one is made, named: prefix, ".", local time, ".", microseconds, ".", host name, ".",
+  /// process id, ".log". The oldest files with the same prefix in the folder are deleted for it.
+  /// When a file can't be made or written, this line and all later ones go to the console.
+  void SetLogToFile() { is_log_to_file_ = true; }
+
+  /// Opens each line with "[time thread level file:line] ", cut to 4094 bytes.
+  void SetLogAssistInfo() { is_log_assist_info_ = true; }
+
+  /// Puts the executable's name ahead of the prefix of fatal, error and warning lines.
+  void SetLogProcessName() { is_log_process_name_ = true; }
+
+  /// \}
+  /// \name Settings
+  /// They are stored as they come, without a check.
+  /// \{
+
+  /// Sets how many log files may exist, by the time of their last change, once a new one is open; 5
+  /// at first. With 1 or less, all older ones go.
+  void SetKeepFileCount(int count) { keep_file_count_ = count; }
+
+  /// Sets the folder of the log files, which must exist; the working directory when empty.
+  void SetLogDirectory(const std::string& directory) { log_directory_ = directory; }
+
+  /// Sets the path that the assist header cuts off the names of source files.
+  void SetLogProjectPath(const std::string& path) { log_project_path_ = path; }
+
+  /// Sets the first part of the names of log files; the executable's name when empty.
+  void SetLogFileNamePrefix(const std::string& prefix) { log_file_name_prefix_ = prefix; }
+
+  /// Sets the threshold by the name of a level, "fatal" to "trace", in lower case. A name that is
+  /// none leaves the threshold as it is and is not reported.
+  void SetLogLevel(const std::string& log_level);
+
+  /// \}
+  /// \name Writing
+  /// Use the macros below, which take the place and spare a switched-off message all its work.
+  /// \{
+
+  /// Writes finished text: a `%` in it is an ordinary character. An empty text writes nothing.
+  /// \param line, file  The place of the call, for the assist header.
+  void Write(LogLevel log_level, int line, const char* file, const std::string& info);
+
+  /// Writes a text formatted as `printf` does, except that a `std::string` can stand against a
+  /// `%s`. A null or empty format writes nothing.
+  /// \param line, file  The place of the call, for the assist header.
+  template <typename... Args>
+  void Write(LogLevel log_level, int line, const char* file, const char* fmt, const Args&... args) {
+    WriteSync(log_level, line, file, fmt, CvtString(args)...);
+  }
+
+  /// \}
+
+ protected:
+  LwLogger();
+
+  /// Does the work of `Write`: filters by level, composes the line and writes it.
+  void WriteSync(LogLevel log_level, int line, const char* file, const char* fmt, ...);
+
+  /// Turns a string into what `%s` takes, and gives anything else back as it is.
+  static const char* CvtString(const std::string& value) { return value.c_str(); }
+  template <typename T>
+  static const T& CvtString(const T& value) {
+    return value;
+  }
+
+  /// Makes the name of a new log file, without a folder. Creates nothing.
+  std::string GetLogFileName();
+
+  /// Deletes the oldest log files in `dir` to make room for `max_file_cnt` files, counting one that
+  /// is about to be opened. Gives up without deleting anything when `dir` can't be read or holds an
+  /// entry whose state can't be had.
+  void RollLogFile(const std::string& dir, int max_file_cnt);
+
+ private:
+  bool IsOff(LogLevel log_level) const { return log_level_ < log_level; }
+  void WriteMessage(LogLevel log_level, int line, const char* file, const std::string& message);
+  std::string GetAssistHeader(LogLevel log_level, int line, const char* file) const;
+  std::string GetPrefix(LogLevel log_level) const;
+  std::string GetNamePrefix() const;
+  void OpenLogFile();
+  void WriteToFile(const std::string& log_info);
+  void WriteToConsole(LogLevel log_level, const std::string& log_info);
+
+  static thread_local int thread_id_;
+  static const std::map<LogLevel, std::string> log_level_map_;
+
+  bool is_log_to_file_;
+  bool is_log_assist_info_;
+  bool is_log_process_name_;
+  int keep_file_count_;
+  int64_t log_to_file_size_;
+  FILE* log_std_fp_;   // not owned
+  FILE* log_file_fp_;  // owned
+  LogLevel log_level_;
+  std::string log_directory_;
+  std::string log_project_path_;
+  std::string log_file_name_prefix_;
+  std::mutex access_lock_;
+};
+
+/// Calls `SetLogProcessName` of the process's logger.
+inline void SetLogProcessName() { LwLogger::GetLogger().SetLogProcessName(); }
+
+/// Calls `SetLogLevel` of the process's logger.
+inline void SetLogLevel(const std::string& log_level) {
+  LwLogger::GetLogger().SetLogLevel(log_level);
+}
+
+}  // namespace util
+
+/// Logs a string, or a format and its values, at the level that the name says. When the threshold
+/// hides that level, the arguments are not evaluated.
+#define LOG_FATAL(...) LWLOGGER_WRITE(util::kLogFatal, __VA_ARGS__)
+#define LOG_ERROR(...) LWLOGGER_WRITE(util::kLogError, __VA_ARGS__)
+#define LOG_WARNING(...) LWLOGGER_WRITE(util::kLogWarning, __VA_ARGS__)
+#define LOG_INFO(...) LWLOGGER_WRITE(util::kLogInfo, __VA_ARGS__)
+#define LOG_DEBUG(...) LWLOGGER_WRITE(util::kLogDebug, __VA_ARGS__)
+#define LOG_TRACE(...) LWLOGGER_WRITE(util::kLogTrace, __VA_ARGS__)
+
+/// What the macros above share.
+#define LWLOGGER_WRITE(level, ...)                                                 \
+  do {                                                                             \
+    if (util::LwLogger::GetLogger().GetLogLevel() >= (level)) {                    \
+      util::LwLogger::GetLogger().Write((level), __LINE__, __FILE__, __VA_ARGS__); \
+    }                                                                              \
+  } while (false)
+
+#endif  // LIBBASIC_LWLOGGER_H_

@@ -1,0 +1,90 @@
+#ifndef LIBBASIC_PROCESS_H_
+#define LIBBASIC_PROCESS_H_
+
+#include <cstdint>
+#include <string>
+
+namespace util {
+
+/// How starting a child, or waiting for it, ended.
+enum ProcessStatus {
+  /// The operation failed or the child ended abnormally; the last-error text has the reason.
+  PROCESS_ERROR = -1,
+  /// `Create`: the child was started. `Wait`: it closed its output and ended normally.
+  PROCESS_SUCCESS = 0,
+  /// The child was silent for the whole timeout and has been killed.
+  PROCESS_TIMEOUT = 1,
+  /// `Create`: a child is still running, so nothing was started.
+  PROCESS_RUNNING = 2,
+};
+
+/// Runs one command at a time as a child process, without a shell, and collects what it writes to
+/// its standard output and standard error, in the order in which it was written.
+///
+/// Call `Create` and then `Wait`, or `Execute` in their place; then `GetOutputString`. The object
+/// can run a further command after that. It is used by one thread, in a program that starts
+/// children from one thread only. Nothing is retried, logged or thrown.
+class Process {
+ public:
+  /// Holds no child.
+  Process();
+
+  /// Closes the pipe from the child. A child that still runs is neither killed nor waited for.
+  ~Process();
+
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
+
+  /// Starts a command. Its words are the pieces between blanks, with no quoting of any kind; the
+  /// first is the program, looked up in `PATH` when it has no slash. Standard input, environment
+  /// and working directory are the caller's. Clears the output of an earlier command.
+  /// \return `PROCESS_SUCCESS`, and the child is held until `Wait`. A program that can't be started
+  ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
+  ///         system's words, and exits with the value of `errno`.
+  ///         `PROCESS_RUNNING` when a child still runs; nothing changes.
+  ///         `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the pipe's
+  ///         descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays open.
+  ProcessStatus Create(const std::string& cmd_with_args);
+
+  /// Collects the child's output until it is closed, then waits for the child's end. A zero byte
+  /// in the output drops the rest of its chunk of at most 4096 bytes.
+  /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It counts
+  ///                 anew with each output, and no longer once the child has closed its output.
+  /// \return `PROCESS_SUCCESS` for an exit with code 0, and for an end by signal 9.
+  ///         `PROCESS_TIMEOUT` after the timeout; the child has been killed.
+  ///         `PROCESS_ERROR` for any other end ("The child process exits unexpectedly"), without a
+  ///         child ("invalid pid or pipe id"), and when a system call fails: "select: %s",
+  ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s". Where
+  ///         several things fail, the last text stands.
+  ///         Whatever it returns, no child and no pipe is held afterwards.
+  ProcessStatus Wait(uint64_t timeout);
+
+  /// Calls `Create` and, if that succeeds, `Wait`.
+  /// \param timeout  In milliseconds, as for `Wait`.
+  /// \return What the last of the two answered.
+  ProcessStatus Execute(const std::string& cmd_with_args, uint64_t timeout);
+
+  /// Sends signal 9 to the child if it still runs; `Wait` is still needed to collect it.
+  /// \return False with "kill: %s" when that failed, otherwise true.
+  bool Kill();
+
+  /// Tells whether the child still runs. One that has ended is collected by the question, and a
+  /// later `Wait` then ends in "waitpid: %s". Without a child, the question goes to all children of
+  /// the program: it is true as long as one of them runs.
+  bool IsRunning();
+
+  /// Returns the output collected so far; it stays until the next `Create` that gets to start a
+  /// command. A caller that is done with the object may move the text out of it.
+  std::string& GetOutputString();
+
+ private:
+  void ClosePipe();
+
+  int pid_;
+  int pipe_id_;
+  std::string output_string_;
+};
+
+}  // namespace util
+
+#endif  // LIBBASIC_PROCESS_H_
