@@ -2,6 +2,7 @@
 #define LIBBASIC_MISC_H_
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <type_traits>
@@ -143,6 +144,17 @@ std::string GetCallStack();
 
 /// Returns false: no call stack is collected on this platform.
 bool IsSupportCallStack();
+
+/// \}
+/// \name Memory
+/// \{
+
+/// Asks the kernel for huge pages behind a large buffer that is about to be filled for the first
+/// time: filling hundreds of megabytes page by page costs more than what is done with them. A mere
+/// hint; content and ownership don't change, and a buffer under 4 MiB is left alone.
+/// \param buffer  The buffer, just allocated.
+/// \param size    Its size in bytes.
+void PreferHugePages(void* buffer, size_t size);
 
 /// \}
 

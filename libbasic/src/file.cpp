@@ -104,6 +104,7 @@ int64_t File::ReadBinary(uint8_t*& bin) {
       SetLastError("malloc size: %" PRId64, size);
       return -1;
     }
+    PreferHugePages(binary.get(), static_cast<size_t>(size));
     FileHandler handler;
     FILE* fp = handler.Open(file_, "rb");
     if (fp == nullptr) {

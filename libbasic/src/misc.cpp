@@ -1,6 +1,8 @@
 #include "misc.h"
 
+#include <sys/mman.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -21,6 +23,7 @@ namespace {
 
 constexpr size_t kLastErrorSize = 4096;
 constexpr size_t kTimeTextSize = 1024;
+constexpr size_t kHugeBufferSize = 4 * 1024 * 1024;
 constexpr int64_t kMicrosecondsPerSecond = 1000000;
 constexpr int64_t kNanosecondsPerMicrosecond = 1000;
 
@@ -204,5 +207,18 @@ bool SetEnvVar(const std::string& var_name, const std::string& var_value) {
 std::string GetCallStack() { return {}; }
 
 bool IsSupportCallStack() { return false; }
+
+void PreferHugePages(void* buffer, size_t size) {
+  if (size < kHugeBufferSize) {
+    return;
+  }
+  // The whole pages inside the buffer: what lies around them may be another's.
+  const auto page_size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t skipped = (page_size - reinterpret_cast<uintptr_t>(buffer) % page_size) % page_size;
+  const int error = errno;
+  madvise(static_cast<char*>(buffer) + skipped, (size - skipped) / page_size * page_size,
+          MADV_HUGEPAGE);
+  errno = error;
+}
 
 }  // namespace util

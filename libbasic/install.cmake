@@ -1,0 +1,48 @@
+# What others need to build against the library: the headers, below a folder of their own, the
+# archive, a CMake package and a pkg-config file. All of it may be moved as a whole.
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(templates "${CMAKE_CURRENT_LIST_DIR}/../cmake")
+set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/libbasic")
+set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+# Projects that take in this source tree write <libbasic/...> like those that use the installed one.
+file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/include")
+file(CREATE_LINK "${CMAKE_CURRENT_LIST_DIR}/include"
+  "${CMAKE_CURRENT_BINARY_DIR}/include/libbasic" SYMBOLIC)
+target_include_directories(basic INTERFACE
+  $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}/include>)
+
+set_target_properties(basic PROPERTIES EXPORT_NAME libbasic)
+install(TARGETS basic EXPORT libbasic
+  ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libbasic
+  INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+install(DIRECTORY "${CMAKE_CURRENT_LIST_DIR}/include/"
+  DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/libbasic" COMPONENT libbasic
+  FILES_MATCHING PATTERN "*.h")
+
+install(EXPORT libbasic
+  NAMESPACE libbasic::
+  FILE libbasicTargets.cmake
+  DESTINATION "${package_dir}" COMPONENT libbasic)
+configure_package_config_file("${templates}/libbasicConfig.cmake.in" libbasicConfig.cmake
+  INSTALL_DESTINATION "${package_dir}"
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file("${CMAKE_CURRENT_BINARY_DIR}/libbasicConfigVersion.cmake"
+  VERSION "${libbasic_VERSION}"
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  "${CMAKE_CURRENT_BINARY_DIR}/libbasicConfig.cmake"
+  "${CMAKE_CURRENT_BINARY_DIR}/libbasicConfigVersion.cmake"
+  DESTINATION "${package_dir}" COMPONENT libbasic)
+
+# The .pc file finds everything from its own place. Relative paths between full ones also serve
+# those who configure with absolute folders.
+file(RELATIVE_PATH pc_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+file(RELATIVE_PATH pc_libdir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+file(RELATIVE_PATH pc_includedir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+configure_file("${templates}/libbasic.pc.in" libbasic.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/libbasic.pc"
+  DESTINATION "${pkgconfig_dir}" COMPONENT libbasic)
