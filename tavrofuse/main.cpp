@@ -1,12 +1,15 @@
 // tavrofuse: has clang-offload-bundler make a fat binary from one device image, and writes a C
 // include file that embeds this fat binary in a host object.
 
+#include <fcntl.h>
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -446,15 +449,52 @@ bool DoMain(int argc, const char** argv) {
                       settings.offload_arch, settings.is_link, settings.is_verbose);
 }
 
+// Puts /dev/null where a standard stream is closed. The number would go to the next file that is
+// opened, and log lines would land in it.
+bool OpenStandardStreams() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// Makes a write to a broken pipe, or past the limit on the size of files, fail like any other: the
+// signals would end the run with the temporary file left behind. Handlers, as the bundler would
+// inherit the ignoring of a signal.
+void CatchWriteSignals() {
+  for (const int signal_number : {SIGPIPE, SIGXFSZ}) {
+    struct sigaction action = {};
+    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+      action.sa_handler = [](int) {};
+      sigaction(signal_number, &action, nullptr);
+    }
+  }
+}
+
+// The last words of a run that an exception ended. Memory may be too short even for these.
+void LogException(const char* what) {
+  try {
+    LOG_ERROR(string(what));
+  } catch (...) {
+    fputs(what, stderr);
+  }
+}
+
 }  // namespace
 
 int main(int argc, const char** argv) {
+  if (!OpenStandardStreams()) {
+    return EXIT_FAILURE;
+  }
+  CatchWriteSignals();
   try {
     return DoMain(argc, argv) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
-    LOG_ERROR(string(error.what()));
+    LogException(error.what());
   } catch (...) {
-    LOG_ERROR("unhandled exception");
+    LogException("unhandled exception");
   }
   return EXIT_FAILURE;
 }
