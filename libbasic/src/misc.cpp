@@ -16,10 +16,11 @@
 namespace util {
 namespace {
 
-// Stamps the build of the library into every program that links it. Nothing reads it: it is there
-// to be found with `strings`, so it stands in one piece and the compiler must not drop it.
-[[gnu::used]] const std::string version =
+// Stamps the build of the library into every program that links it, to be found with `strings`. The
+// text stands apart from the string, whose making the compiler may cut into pieces.
+[[gnu::used]] constexpr char kVersionText[] =
     "libbasic version=1.0.0 " BUILD_INFO_DATE " " BUILD_INFO_TIME " " BUILD_INFO_COMMIT;
+[[gnu::used]] const std::string version = kVersionText;
 
 constexpr size_t kLastErrorSize = 4096;
 constexpr size_t kTimeTextSize = 1024;
