@@ -15,7 +15,7 @@ file(CREATE_LINK "${CMAKE_CURRENT_LIST_DIR}/include"
 target_include_directories(basic INTERFACE
   $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}/include>)
 
-set_target_properties(basic PROPERTIES EXPORT_NAME libbasic)
+set_target_properties(basic PROPERTIES EXPORT_NAME libbasic VERSION "${libbasic_VERSION}")
 install(TARGETS basic EXPORT libbasic
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libbasic
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")

@@ -5,19 +5,22 @@
 #include <cstdio>
 #include <string>
 
+/// \file
+/// Whole-file operations, and the owner of an open stream or descriptor.
+
 namespace util {
 
 /// Whole-file operations on one path. Every failure is told by the result, and the last-error text
-/// of `misc.h` has the reason:
+/// of `misc.h` has the reason, with the system's words for the last "%s":
 ///
-/// | Text | Meaning |
-/// |---|---|
-/// | "open file: %s" | the file can't be opened; `CopyFile` says "open file '%s': %s" with the path
-/// | | "read file: %s" | reading failed; a read error is never taken for the end of a file | |
-/// "write file: %s" | not all bytes could be written: a full disk, say | | "close file: %s" | the
-/// file could not be closed, so its content is not known to be safe |
+/// - "open file: %s": the file can't be opened. `CopyFile` says "open file '%s': %s" with the path.
+///   For an empty path the words are "invalid input paramters".
+/// - "read file: %s": reading failed. A read error is never taken for the end of a file.
+/// - "write file: %s": not all bytes could be written; a full disk, say.
+/// - "close file: %s": the file could not be closed, so its content is not known to be safe.
 ///
-/// A file whose writing failed is left as it is. An object is used by one thread at a time.
+/// A missing file is created by whatever writes it. One whose writing failed keeps what was written
+/// by then. An object is used by one thread at a time; the static operations by any.
 class File {
  public:
   /// Keeps a copy of the path. The file system is not touched.
@@ -31,7 +34,8 @@ class File {
 
   /// Reads the file as text, in chunks of 4095 bytes: a zero byte drops the rest of its chunk.
   /// \param[in,out] text  The text is appended; what is there stays.
-  /// \return False when the file can't be opened or read; `text` then holds what came before.
+  /// \return False when the file can't be opened or read; `text` then ends with
+  ///         what was read by then.
   bool ReadText(std::string& text);
 
   /// Writes `text`, zero bytes included. An empty text makes an empty file.
@@ -40,7 +44,7 @@ class File {
   bool WriteText(const std::string& text, bool append);
 
   /// Reads the whole file into memory. The first success is kept, and later calls answer from
-  /// memory; after a failure, a call tries anew.
+  /// memory, even when the file has changed; after a failure, a call tries anew.
   /// \param[out] bin  Receives the bytes. They belong to this object and live as long as it does;
   ///                  not null, even for an empty file. Unchanged on failure.
   /// \return The number of bytes, or -1. The size is that at the start: what a growing file gains
@@ -54,13 +58,14 @@ class File {
   ///         ("invalid binary size") and a null `bin` ("invalid binary pointer") touch no file.
   bool WriteBinary(const uint8_t* bin, int64_t size, bool append);
 
-  /// Removes a file or an empty directory.
-  /// \return True also when there is nothing at `file`. False with "invalid paramter" for an empty
-  ///         path, or with "remove: %s".
+  /// Removes a file, an empty directory or a link (not what it points to).
+  /// \return True also when there is nothing at `file`, or a link to nothing, which stays. False
+  ///         with "invalid paramter" for an empty path, or with "remove: %s".
   static bool DeleteFile(const std::string& file);
 
   /// Copies the bytes of `src` to `dst`, replacing what `dst` held; the destination comes first.
-  /// The two must not be the same file. A source that can't be opened leaves `dst` untouched.
+  /// The two must not be the same file: its content would be lost. Permissions are not copied. A
+  /// source that can't be opened leaves `dst` untouched.
   /// \return Whether all bytes were copied and `dst` closed.
   static bool CopyFile(const std::string& dst, const std::string& src);
 

@@ -7,12 +7,15 @@
 #include <mutex>
 #include <string>
 
+/// \file
+/// The process-wide logger and the `LOG_` macros that write to it.
+
 namespace util {
 
 /// How important a message is. A larger number is more talkative; a message passes when its level
 /// is at most the threshold.
 enum LogLevel {
-  kLogNone = 0,     ///< Passes every threshold; as a threshold it can't be set by name.
+  kLogNone = 0,     ///< Passes every threshold, as graver than fatal; can't be set as one by name.
   kLogFatal = 1,    ///< "fatal". Nothing ends because of it.
   kLogError = 2,    ///< "error"
   kLogWarning = 3,  ///< "warning"
@@ -27,8 +30,8 @@ enum LogLevel {
 ///
 /// A line is an optional assist header, the level's prefix ("fatal: ", "error: " or "warning: ",
 /// with the process name and a blank ahead of it if that is on; nothing for the other levels) and
-/// the message. Messages carry their own line end: none is added, none removed. Each line is
-/// flushed at once.
+/// the message, of any length but up to its first zero byte. Messages carry their own line end:
+/// none is added, none removed. Each line is flushed at once.
 ///
 /// A line goes to one place only: to the log file, if that is on, otherwise to the console. The
 /// first console line of the process chooses the stream for all later ones: `stdout` when it is
@@ -61,10 +64,12 @@ class LwLogger {
   /// Sends lines to a log file. At the first line, and again when the file has reached 64 MiB, a
   /// new one is made, named: prefix, ".", local time, ".", microseconds, ".", host name, ".",
   /// process id, ".log". The oldest files with the same prefix in the folder are deleted for it.
-  /// When a file can't be made or written, this line and all later ones go to the console.
+  /// When a file can't be made or written, this line and all later ones go to the console, until
+  /// this is called again. An empty line counts as one that can't be written.
   void SetLogToFile() { is_log_to_file_ = true; }
 
-  /// Opens each line with "[time thread level file:line] ", cut to 4094 bytes.
+  /// Opens each line with "[time thread level file:line] ", cut to 4094 bytes: the time as from
+  /// `GetSystemTime(true)`, the kernel's id of the thread, the bare name of the level.
   void SetLogAssistInfo() { is_log_assist_info_ = true; }
 
   /// Puts the executable's name ahead of the prefix of fatal, error and warning lines.
@@ -76,13 +81,16 @@ class LwLogger {
   /// \{
 
   /// Sets how many log files may exist, by the time of their last change, once a new one is open; 5
-  /// at first. With 1 or less, all older ones go.
+  /// at first. With 1 or less, all older ones go. Every file in the folder counts, and can go,
+  /// whose name begins with the prefix and ends in ".log", whoever made it.
   void SetKeepFileCount(int count) { keep_file_count_ = count; }
 
-  /// Sets the folder of the log files, which must exist; the working directory when empty.
+  /// Sets the folder of the log files, which must exist; when empty, the working directory at the
+  /// first need. It holds from the next new file on, and so does the prefix.
   void SetLogDirectory(const std::string& directory) { log_directory_ = directory; }
 
-  /// Sets the path that the assist header cuts off the names of source files.
+  /// Sets the path that the assist header cuts off the names of source files, without a "/" at its
+  /// end. A name in which the path occurs loses as many bytes from its front, and one more.
   void SetLogProjectPath(const std::string& path) { log_project_path_ = path; }
 
   /// Sets the first part of the names of log files; the executable's name when empty.
@@ -98,12 +106,12 @@ class LwLogger {
   /// \{
 
   /// Writes finished text: a `%` in it is an ordinary character. An empty text writes nothing.
-  /// \param line, file  The place of the call, for the assist header.
+  /// \param line, file  The place of the call, for the assist header; `file` is not null.
   void Write(LogLevel log_level, int line, const char* file, const std::string& info);
 
   /// Writes a text formatted as `printf` does, except that a `std::string` can stand against a
-  /// `%s`. A null or empty format writes nothing.
-  /// \param line, file  The place of the call, for the assist header.
+  /// `%s`. The compiler doesn't check the values. A null or empty format writes nothing.
+  /// \param line, file  The place of the call, for the assist header; `file` is not null.
   template <typename... Args>
   void Write(LogLevel log_level, int line, const char* file, const char* fmt, const Args&... args) {
     WriteSync(log_level, line, file, fmt, CvtString(args)...);
@@ -117,8 +125,9 @@ class LwLogger {
   /// Does the work of `Write`: filters by level, composes the line and writes it.
   void WriteSync(LogLevel log_level, int line, const char* file, const char* fmt, ...);
 
-  /// Turns a string into what `%s` takes, and gives anything else back as it is.
+  /// Turns a string into what `%s` takes.
   static const char* CvtString(const std::string& value) { return value.c_str(); }
+  /// Gives anything but a string back as it is.
   template <typename T>
   static const T& CvtString(const T& value) {
     return value;
@@ -129,7 +138,7 @@ class LwLogger {
 
   /// Deletes the oldest log files in `dir` to make room for `max_file_cnt` files, counting one that
   /// is about to be opened. Gives up without deleting anything when `dir` can't be read or holds an
-  /// entry whose state can't be had.
+  /// entry whose state can't be had. Of files changed in the same millisecond, one counts.
   void RollLogFile(const std::string& dir, int max_file_cnt);
 
  private:
@@ -169,14 +178,19 @@ inline void SetLogLevel(const std::string& log_level) {
 
 }  // namespace util
 
-/// Logs a string, or a format and its values, at the level that the name says. When the threshold
-/// hides that level, the arguments are not evaluated.
-#define LOG_FATAL(...) LWLOGGER_WRITE(util::kLogFatal, __VA_ARGS__)
-#define LOG_ERROR(...) LWLOGGER_WRITE(util::kLogError, __VA_ARGS__)
-#define LOG_WARNING(...) LWLOGGER_WRITE(util::kLogWarning, __VA_ARGS__)
-#define LOG_INFO(...) LWLOGGER_WRITE(util::kLogInfo, __VA_ARGS__)
-#define LOG_DEBUG(...) LWLOGGER_WRITE(util::kLogDebug, __VA_ARGS__)
-#define LOG_TRACE(...) LWLOGGER_WRITE(util::kLogTrace, __VA_ARGS__)
+/// \name Logging
+/// These log a `std::string` as it is, or a `printf` format and its values; a literal alone is a
+/// format. When the threshold hides the level, the arguments are not evaluated.
+/// \{
+
+#define LOG_FATAL(...) LWLOGGER_WRITE(util::kLogFatal, __VA_ARGS__)      ///< At level fatal.
+#define LOG_ERROR(...) LWLOGGER_WRITE(util::kLogError, __VA_ARGS__)      ///< At level error.
+#define LOG_WARNING(...) LWLOGGER_WRITE(util::kLogWarning, __VA_ARGS__)  ///< At level warning.
+#define LOG_INFO(...) LWLOGGER_WRITE(util::kLogInfo, __VA_ARGS__)        ///< At level info.
+#define LOG_DEBUG(...) LWLOGGER_WRITE(util::kLogDebug, __VA_ARGS__)      ///< At level debug.
+#define LOG_TRACE(...) LWLOGGER_WRITE(util::kLogTrace, __VA_ARGS__)      ///< At level trace.
+
+/// \}
 
 /// What the macros above share.
 #define LWLOGGER_WRITE(level, ...)                                                 \

@@ -15,6 +15,7 @@
 /// otherwise, a function may be called from any thread, reports nothing and leaves the last-error
 /// text alone.
 
+/// The support library: everything in it but the `LOG_` macros.
 namespace util {
 
 /// \name Last error
@@ -81,7 +82,7 @@ std::string TrimString(const std::string& src, const std::string& drop);
 /// \code
 /// for (const char* rest = text; (rest = util::GetLine(rest, line)) != nullptr;) Use(line);
 /// \endcode
-/// \param buffer  The text, or null.
+/// \param buffer  The text, or null. It must not lie in `line`.
 /// \param[out] line  Receives the line. Unchanged when the result is null.
 /// \return Where the following line begins, inside `buffer`. Null when `buffer` is null or holds no
 ///         line end: text behind the last line end is not delivered.
@@ -109,7 +110,8 @@ bool IsIntegerDigit(const std::string& str);
 /// Sleeps for `microseconds`, also when signals interrupt it. A negative duration returns at once.
 void MicroSleep(int64_t microseconds);
 
-/// Returns the time of the clock, in microseconds since the Epoch.
+/// Returns the time of the clock, in microseconds since the Epoch. The clock can be set: a duration
+/// taken from it may be wrong, or negative.
 int64_t GetTimestamp();
 
 /// Returns the time of the clock as local time, such as "20250102_130405".

@@ -7,6 +7,9 @@
 #include <utility>
 #include <vector>
 
+/// \file
+/// Command lines and their help text.
+
 namespace util {
 
 /// A command line and its help text.
@@ -19,16 +22,15 @@ namespace util {
 ///
 /// An option has a short name behind one dash and a long name behind two; either may be missing,
 /// and "short" says nothing about its length. Names are compared whole and in their case. A dash
-/// argument is one that begins with "-".
+/// argument is one that begins with "-"; so "-" and "-5" are, and "--" has no meaning of its own.
 ///
-/// | Argument | Flag | Single value | List |
-/// |---|---|---|---|
-/// | name | taken | taken with the next argument, if there is one and it is no dash argument; else
-/// left | the same, and all further ones up to the next dash argument are values too | | name=text
-/// | left | taken, with the text as value, whatever it begins with | the same, then as above | |
-/// name= | left | left | left |
+/// - A flag takes its name alone.
+/// - An option with a value takes its name and the next argument, if there is one and it is no dash
+///   argument; or "name=text", with the text as value, whatever it begins with.
+/// - A list takes the same, and all further arguments up to the next dash argument.
 ///
-/// The object is used by one thread. It throws nothing of its own.
+/// A name without what it needs is left, and so is "name=". A second declaration of a name finds
+/// nothing more. The object is used by one thread. It throws nothing of its own.
 class Options {
  public:
   /// Copies `argv[1]` to `argv[argc-1]` as the arguments to consume.
@@ -36,18 +38,17 @@ class Options {
   Options(int argc, const char** argv);
   ~Options();
 
-  /// Declares a flag: an option without a value. A short name without a dash is a word that must be
-  /// the first of the arguments left, and is taken once.
+  /// Declares a flag: an option without a value. A name without a dash is a word that must be the
+  /// first of the arguments left, and is taken once.
   /// \param option, long_option  The names, with their dashes; empty for none.
   /// \param desc  Text of the help entry.
-  /// \param is_depend_exist  Null, or whether that is given on which the option depends: when
-  /// false,
-  ///                         giving the option is an error.
+  /// \param[in] is_depend_exist  Null, or whether that is given on which the option depends: when
+  ///     false, giving the option is an error.
   /// \param[in,out] id  Set to true when the flag is given, else left as it is.
   /// \param show  Whether there is a help entry.
   /// \return False with "Short and long options are empty" when there is no name, or with
-  ///         "Unsupported option '%s'" when what it depends on is missing; the flag has then been
-  ///         taken and `id` set.
+  ///         "Unsupported option '%s'" (the short name, if that was given) when what it depends on
+  ///         is missing; the flag has then been taken and `id` set.
   bool Parse(const std::string& option, const std::string& long_option, const std::string& desc,
              bool* is_depend_exist, bool& id, bool show);
 
@@ -55,7 +56,8 @@ class Options {
   /// long-named one decides; without one, the last short-named one.
   ///
   /// A `std::string` receives the text as it stands. Other types are converted with a stringstream;
-  /// a text that doesn't convert whole counts as found and leaves `id` as it is.
+  /// a text that doesn't convert whole counts as found and leaves `id` as it is. Types of the
+  /// size of `char` are read as a character.
   /// \param option, long_option  The names, with their dashes. One of fewer than 2 characters for
   ///                             the short name, or 3 for the long name, is none.
   /// \param val_desc  Name of the value in the help entry; "<value>" when empty.
@@ -65,7 +67,8 @@ class Options {
   /// \param[in,out] id  Receives the value when there is one, else is left as it is.
   /// \param show  Whether there is a help entry.
   /// \return False with "Short and long options are empty" or "Option '%s' is invalid" (the dashes
-  ///         are wrong) for names that won't do, in which case there is no help entry, or with
+  ///         are wrong) for names that won't do: there is then no help entry and `is_found_option`
+  ///         is left, but with a wrong long name the short one has been taken by then. Or with
   ///         "Unsupported option '%s'" as for a flag. A missing value is no failure: the name is
   ///         left, and `GetErrorOptions` reports it.
   template <typename T>
@@ -79,8 +82,7 @@ class Options {
   /// Declares an option with any number of values. One argument is one value: nothing is split at
   /// commas. Parameters and result are those of the form with one value, except:
   /// \param[in,out] id  The values are appended, short-named occurrences first; what is there
-  /// stays.
-  ///                    A text that doesn't convert whole appends nothing.
+  ///                    stays. A text that doesn't convert whole appends nothing.
   template <typename T>
   bool Parse(const std::string& option, const std::string& long_option, const std::string& val_desc,
              const std::string& opt_desc, bool* is_depend_exist, bool* is_found_option,
@@ -100,16 +102,18 @@ class Options {
 
   /// \name Help text
   /// The text grows with each declaration and is wrapped as it grows, with the offset and width of
-  /// that moment. Words are never broken.
+  /// that moment. Words are never broken, a line end in a text is a blank, and the first word of a
+  /// continuation line is not counted, so that such a line can overrun the width by it. An entry
+  /// whose names are longer than the offset has its description on the next line.
   /// \{
 
-  /// Replaces the program's description.
+  /// Replaces the program's description, "No description provided." at first.
   void SetDescription(const std::string& description);
 
   /// Appends an empty line and a heading for the options declared next.
   void SetGroupTitle(const std::string& title);
 
-  /// Drops the description and all headings and entries so far.
+  /// Drops the description and all headings and entries so far. Offset and width stay.
   void ClearDescription();
 
   /// Sets the column, counted from 0, at which descriptions of options begin; 32 at first. A value

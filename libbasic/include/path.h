@@ -3,6 +3,9 @@
 
 #include <string>
 
+/// \file
+/// Questions about paths, and operations on their text.
+
 namespace util {
 
 /// Operations on paths. A path is bytes with "/" as the only separator; nothing is normalised, so

@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <string>
 
+/// \file
+/// Child processes.
+
 namespace util {
 
 /// How starting a child, or waiting for it, ended.
@@ -29,29 +32,34 @@ class Process {
   /// Holds no child.
   Process();
 
-  /// Closes the pipe from the child. A child that still runs is neither killed nor waited for.
+  /// Closes the pipe from the child. A child that still runs is neither killed nor waited for;
+  /// its next output ends it, as a rule.
   ~Process();
 
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
   /// Starts a command. Its words are the pieces between blanks, with no quoting of any kind; the
-  /// first is the program, looked up in `PATH` when it has no slash. Standard input, environment
-  /// and working directory are the caller's. Clears the output of an earlier command.
+  /// first is the program, looked up in `PATH` when it has no slash. Standard input, environment,
+  /// working directory and open descriptors without `O_CLOEXEC` are the caller's. Clears the output
+  /// of an earlier command.
   /// \return `PROCESS_SUCCESS`, and the child is held until `Wait`. A program that can't be started
   ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
-  ///         system's words, and exits with the value of `errno`.
-  ///         `PROCESS_RUNNING` when a child still runs; nothing changes.
+  ///         system's words, and exits with the value of `errno`. Blanks
+  ///         alone are such a program.
+  ///         `PROCESS_RUNNING` when `IsRunning` says so, without a text; nothing changes.
   ///         `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the pipe's
   ///         descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays open.
   ProcessStatus Create(const std::string& cmd_with_args);
 
-  /// Collects the child's output until it is closed, then waits for the child's end. A zero byte
-  /// in the output drops the rest of its chunk of at most 4096 bytes.
+  /// Collects the child's output until it is closed, also by all that the child has started with
+  /// it, then waits for the child's end, without a limit of time. A zero byte in the output drops
+  /// the rest of its chunk of at most 4096 bytes.
   /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It counts
   ///                 anew with each output, and no longer once the child has closed its output.
   /// \return `PROCESS_SUCCESS` for an exit with code 0, and for an end by signal 9.
-  ///         `PROCESS_TIMEOUT` after the timeout; the child has been killed.
+  ///         `PROCESS_TIMEOUT` after the timeout, without a text; the child has been killed, but
+  ///         not what it has started.
   ///         `PROCESS_ERROR` for any other end ("The child process exits unexpectedly"), without a
   ///         child ("invalid pid or pipe id"), and when a system call fails: "select: %s",
   ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s". Where
@@ -64,13 +72,14 @@ class Process {
   /// \return What the last of the two answered.
   ProcessStatus Execute(const std::string& cmd_with_args, uint64_t timeout);
 
-  /// Sends signal 9 to the child if it still runs; `Wait` is still needed to collect it.
+  /// Sends signal 9 to the child if it still runs; `Wait` is still needed to collect it, and
+  /// then succeeds. Asks `IsRunning` first, with what that does to a child that has ended.
   /// \return False with "kill: %s" when that failed, otherwise true.
   bool Kill();
 
   /// Tells whether the child still runs. One that has ended is collected by the question, and a
   /// later `Wait` then ends in "waitpid: %s". Without a child, the question goes to all children of
-  /// the program: it is true as long as one of them runs.
+  /// the program: it is true as long as one of them runs, and may collect one that has ended.
   bool IsRunning();
 
   /// Returns the output collected so far; it stays until the next `Create` that gets to start a

@@ -19,7 +19,8 @@ namespace {
 // Stamps the build of the library into every program that links it, to be found with `strings`. The
 // text stands apart from the string, whose making the compiler may cut into pieces.
 [[gnu::used]] constexpr char kVersionText[] =
-    "libbasic version=1.0.0 " BUILD_INFO_DATE " " BUILD_INFO_TIME " " BUILD_INFO_COMMIT;
+    "libbasic version=" LIBBASIC_VERSION " " BUILD_INFO_DATE " " BUILD_INFO_TIME
+    " " BUILD_INFO_COMMIT;
 [[gnu::used]] const std::string version = kVersionText;
 
 constexpr size_t kLastErrorSize = 4096;
