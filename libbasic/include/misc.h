@@ -89,7 +89,8 @@ std::string TrimString(const std::string& src, const std::string& drop);
 const char* GetLine(const char* buffer, std::string& line);
 
 /// Replaces `old_str` in `str`, always its first occurrence, until it no longer occurs. Text that
-/// arises from a replacement is replaced as well: "ab" by "b" turns "aab" into "b".
+/// arises from a replacement is replaced as well: "ab" by "b" turns "aab" into "b". A pair that
+/// keeps making new occurrences, such as "ab" and "bbaa", never comes to an end.
 /// \return The result; `str` unchanged when `old_str` is empty or `new_str` contains it, for which
 ///         there is no end to come to.
 std::string ReplaceAll(const std::string& str, const std::string& old_str,
@@ -97,8 +98,8 @@ std::string ReplaceAll(const std::string& str, const std::string& old_str,
 
 /// Tells whether `str`, up to its first NUL, has the form of an integer: decimal digits, or
 /// hexadecimal ones behind "0x" or "0X". A "0b" or "0B" may stand in front of the digits and limits
-/// nothing; no digit is required behind a prefix. Signs and blanks are not allowed, and an empty
-/// text is no integer.
+/// nothing; no digit is required behind a prefix. Signs and blanks are not allowed, and a `str` of
+/// size 0 is no integer.
 bool IsIntegerDigit(const std::string& str);
 
 /// \}
