@@ -1,0 +1,67 @@
+#ifndef TAVROFUSE_TESTS_UNIT_TEST_SUPPORT_H_
+#define TAVROFUSE_TESTS_UNIT_TEST_SUPPORT_H_
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <numeric>
+#include <thread>
+
+#include "misc.h"
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+
+/// A fresh folder for each test. It goes with all that is in it.
+class FolderTest : public testing::Test {
+ protected:
+  ~FolderTest() override { fs::remove_all(folder_); }
+  std::string At(const std::string& name) const { return folder_ + "/" + name; }
+  std::string Make(const std::string& name, const std::string& content) const {
+    std::ofstream(At(name)) << content;
+    return At(name);
+  }
+
+  std::string pattern_ = testing::TempDir() + "/unit-XXXXXX";
+  const std::string folder_ = mkdtemp(pattern_.data());
+};
+
+inline std::string ReadAll(const std::string& file) {
+  std::ostringstream content;
+  content << std::ifstream(file).rdbuf();
+  return content.str();
+}
+
+inline auto CountOpenFiles() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
+
+/// Each pair is what a call gave and what it should have given.
+inline void ExpectPairs(const std::vector<std::pair<std::string, std::string>>& pairs) {
+  for (const auto& [actual, expected] : pairs) EXPECT_EQ(actual, expected);
+}
+
+/// Runs `body` in `count` processes at the same time and tells whether all expectations held there.
+inline bool HoldsInFork(const std::function<void()>& body, int count = 1) noexcept {
+  fflush(nullptr);
+  for (int i = 0; i < count; ++i) {
+    if (fork() == 0) {
+      body();
+      fflush(nullptr);
+      _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+  }
+  int held = 0;
+  for (int status = 0; wait(&status) > 0;) held += status == 0 ? 1 : 0;
+  return held == count;
+}
+
+#endif  // TAVROFUSE_TESTS_UNIT_TEST_SUPPORT_H_
