@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -70,8 +71,9 @@ class TemporaryFile {
  public:
   TemporaryFile() = default;
   ~TemporaryFile() {
+    // Whatever is there, also what looks like nothing at all, such as a link to nowhere.
     if (!name_.empty()) {
-      util::File::DeleteFile(name_);
+      remove(name_.c_str());
     }
   }
   TemporaryFile(const TemporaryFile&) = delete;
@@ -258,22 +260,37 @@ bool RunBundler(const string& clang_path, const string& input_file, const string
   return result;
 }
 
+// Reads the `file_size` bytes of the fat binary, which `bin_file` then owns. What is not just that,
+// because the bundler made a pipe or something of it still writes, is not taken for a fat binary.
+bool ReadBytes(const string& create_file, int64_t file_size, util::File& bin_file,
+               uint8_t*& binary) {
+  struct stat status = {};
+  if (stat(create_file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
+    util::SetLastError("it is a pipe");
+  } else {
+    const int64_t read_size = bin_file.ReadBinary(binary);
+    if (read_size >= 0 && read_size == file_size) {
+      return true;
+    }
+    if (read_size >= 0) {
+      util::SetLastError("its size has changed");
+    }
+  }
+  LOG_ERROR("Failed to read %s: %s\n", create_file, util::GetLastError());
+  return false;
+}
+
 // Reads the fat binary back as words. Filler behind the last byte is zero, so that the same image
 // gives the same include file anywhere and at any time.
 bool ReadFatBin(const string& create_file, FatBinWords& words) {
   util::File bin_file(create_file);
   uint8_t* binary = nullptr;
-  int64_t file_size = util::File::GetFileSize(create_file);
-  const bool is_too_large = file_size > kFatBinSizeLimit;
-  if (!is_too_large) {
-    file_size = bin_file.ReadBinary(binary);
-  }
-  if (file_size < 0) {
-    LOG_ERROR("Failed to read %s: %s\n", create_file, util::GetLastError());
-    return false;
-  }
+  const int64_t file_size = util::File::GetFileSize(create_file);
   const int64_t word_count = (file_size + kWordSize - 1) / kWordSize;
-  if (!is_too_large) {
+  if (file_size <= kFatBinSizeLimit) {
+    if (!ReadBytes(create_file, file_size, bin_file, binary)) {
+      return false;
+    }
     words.data.reset(new (std::nothrow) unsigned long long[static_cast<size_t>(word_count)]);
   }
   if (words.data == nullptr) {
