@@ -331,7 +331,7 @@ constexpr DigitTable kDigitTable;
 
 // Appends `".quad 0x...,0x...\n"` with `count` words, of which a line has room for four. All the
 // time that the tool takes of its own on a large fat binary is spent here or in the kernel: a table
-// of byte digits takes 3 ns a word where printf takes 150, and a line put together on the stack
+// of byte digits takes 3 ns a word where `StrFormat` takes 100, and a line made on the stack
 // spares the text the zero-filling that growing it in place would cost.
 void AppendDataLine(const unsigned long long* words, int count, string& text) {
   char line[kQuadSize + kWordsPerLine * kWordTextSize + kQuadEndSize];
