@@ -41,26 +41,28 @@ constexpr int64_t kFatBinSizeLimit = INT_MAX;      // bytes
 constexpr int kWordSize = 8;                       // bytes
 constexpr int kWordsPerLine = 4;
 
-// What the command line says, and what the run makes of it where it says nothing.
+// What the command line says, and what the run makes of it where it says nothing. The last four are
+// accepted from drivers, without effect.
 struct Settings {
   vector<string> image3_files;
   string create_file;
   string embedded_file;
-  string cicc_cmdline;
   string rocm_path;
   string clang_path;
   string offload_arch;
   string log_level = "info";
-  string ptx_options;
   bool is_verbose = false;
   bool is_link = false;
-  bool is_relocatable = false;
-  bool is_64bit = true;
   bool is_print_version = false;
   bool is_print_help = false;
+
+  string cicc_cmdline;
+  string ptx_options;
+  bool is_relocatable = false;
+  bool is_64bit = true;
 };
 
-// The fat binary as 64-bit words. Null when none was made, which is not the same as an empty one.
+// The fat binary as 64-bit words; no data when none was made.
 struct FatBinWords {
   std::unique_ptr<unsigned long long[]> data;
   int array_size = 0;
@@ -71,7 +73,7 @@ class TemporaryFile {
  public:
   TemporaryFile() = default;
   ~TemporaryFile() {
-    // Whatever is there, also what looks like nothing at all, such as a link to nowhere.
+    // `File::DeleteFile` would leave a dangling link.
     if (!name_.empty()) {
       remove(name_.c_str());
     }
@@ -179,8 +181,8 @@ bool ResolveClangPath(Settings& settings) {
 }
 
 // The file of an image description such as "kind=elf,sm=gfx906,file=dev.o", which is read by
-// position: compilers' drivers put anything into the second piece, and before the "=" of the third.
-// Empty when the description is of another form.
+// position: compiler drivers may put anything into the second piece, and before the "=" of the
+// third. Empty when the description is of another form.
 string GetImageFile(const string& description) {
   vector<string> strs;
   util::SplitString(description, ",", strs);
@@ -260,41 +262,47 @@ bool RunBundler(const string& clang_path, const string& input_file, const string
   return result;
 }
 
-// Reads the `file_size` bytes of the fat binary, which `bin_file` then owns. What is not just that,
-// because the bundler made a pipe or something of it still writes, is not taken for a fat binary.
-bool ReadBytes(const string& create_file, int64_t file_size, util::File& bin_file,
-               uint8_t*& binary) {
+bool IsPipe(const string& file) {
   struct stat status = {};
-  if (stat(create_file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode)) {
-    util::SetLastError("it is a pipe");
-  } else {
-    const int64_t read_size = bin_file.ReadBinary(binary);
-    if (read_size >= 0 && read_size == file_size) {
-      return true;
-    }
-    if (read_size >= 0) {
-      util::SetLastError("its size has changed");
-    }
-  }
-  LOG_ERROR("Failed to read %s: %s\n", create_file, util::GetLastError());
-  return false;
+  return stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
+
+// Reads a file of `size` bytes; when that fails, the reason is the last error. A pipe would block,
+// and a file that is shorter by now is not whole.
+bool ReadWhole(const string& name, int64_t size, util::File& file, uint8_t*& bytes) {
+  if (IsPipe(name)) {
+    util::SetLastError("it is a pipe");
+    return false;
+  }
+  const int64_t read_size = file.ReadBinary(bytes);
+  if (read_size >= 0 && read_size != size) {
+    util::SetLastError("its size has changed");
+    return false;
+  }
+  return read_size >= 0;
+}
+
+void LogMallocFailure(int64_t size) { LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", size); }
 
 // Reads the fat binary back as words. Filler behind the last byte is zero, so that the same image
 // gives the same include file anywhere and at any time.
 bool ReadFatBin(const string& create_file, FatBinWords& words) {
-  util::File bin_file(create_file);
-  uint8_t* binary = nullptr;
   const int64_t file_size = util::File::GetFileSize(create_file);
   const int64_t word_count = (file_size + kWordSize - 1) / kWordSize;
-  if (file_size <= kFatBinSizeLimit) {
-    if (!ReadBytes(create_file, file_size, bin_file, binary)) {
-      return false;
-    }
-    words.data.reset(new (std::nothrow) unsigned long long[static_cast<size_t>(word_count)]);
+  // Looked at ahead of the reading, which would be for nothing.
+  if (file_size > kFatBinSizeLimit) {
+    LogMallocFailure(word_count * kWordSize);
+    return false;
   }
+  util::File bin_file(create_file);
+  uint8_t* binary = nullptr;
+  if (!ReadWhole(create_file, file_size, bin_file, binary)) {
+    LOG_ERROR("Failed to read %s: %s\n", create_file, util::GetLastError());
+    return false;
+  }
+  words.data.reset(new (std::nothrow) unsigned long long[static_cast<size_t>(word_count)]);
   if (words.data == nullptr) {
-    LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", word_count * kWordSize);
+    LogMallocFailure(word_count * kWordSize);
     return false;
   }
   util::PreferHugePages(words.data.get(), static_cast<size_t>(word_count) * kWordSize);

@@ -34,8 +34,8 @@ class File {
 
   /// Reads the file as text, in chunks of 4095 bytes: a zero byte drops the rest of its chunk.
   /// \param[in,out] text  The text is appended; what is there stays.
-  /// \return False when the file can't be opened or read; `text` then ends with
-  ///         what was read by then.
+  /// \return False when the file can't be opened or read; `text` then ends with what was read by
+  ///         then.
   bool ReadText(std::string& text);
 
   /// Writes `text`, zero bytes included. An empty text makes an empty file.

@@ -65,7 +65,8 @@ class LwLogger {
   /// new one is made, named: prefix, ".", local time, ".", microseconds, ".", host name, ".",
   /// process id, ".log". The oldest files with the same prefix in the folder are deleted for it.
   /// When a file can't be made or written, this line and all later ones go to the console, until
-  /// this is called again. An empty line counts as one that can't be written.
+  /// this is called again; of that line, a part may stand in the file too. An empty line counts as
+  /// one that can't be written.
   void SetLogToFile() { is_log_to_file_ = true; }
 
   /// Opens each line with "[time thread level file:line] ", cut to 4094 bytes: the time as from
@@ -180,7 +181,8 @@ inline void SetLogLevel(const std::string& log_level) {
 
 /// \name Logging
 /// These log a `std::string` as it is, or a `printf` format and its values; a literal alone is a
-/// format. When the threshold hides the level, the arguments are not evaluated.
+/// format. When the threshold hides the level, the arguments are not evaluated. `<syslog.h>` has
+/// macros of the same names; a source can use one of the two headers.
 /// \{
 
 #define LOG_FATAL(...) LWLOGGER_WRITE(util::kLogFatal, __VA_ARGS__)      ///< At level fatal.

@@ -41,6 +41,12 @@ std::string GetLastError();
 /// \return The text up to its first NUL; an empty string when the C library can't encode it.
 std::string StrFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+/// As above, for a single integer or null pointer. A literal 0 would otherwise pass for a list of
+/// arguments.
+template <typename T>
+std::enable_if_t<std::is_integral_v<T> || std::is_null_pointer_v<T>, std::string> StrFormat(
+    const char* format, T value);
+
 /// As above, on a list of arguments. `ap` is used up: the caller may only `va_end` it.
 std::string StrFormat(const char* format, va_list ap) __attribute__((format(printf, 1, 0)));
 
@@ -172,6 +178,12 @@ std::enable_if_t<std::is_same_v<String, std::string>, std::string> StrFormat(con
     return text;
   };
   return format_list(format.c_str(), args...);
+}
+
+template <typename T>
+std::enable_if_t<std::is_integral_v<T> || std::is_null_pointer_v<T>, std::string> StrFormat(
+    const char* format, T value) {
+  return StrFormat(std::string(format), value);
 }
 
 }  // namespace util

@@ -94,11 +94,11 @@ class Options {
   /// Returns "Unsupported option '...'" with all arguments left, separated by blanks; empty when
   /// there is nothing to report. The last-error text stays as it is.
   /// \param treat_nonoption_as_error  Whether arguments without a dash are reported too.
-  std::string GetErrorOptions(bool treat_nonoption_as_error);
+  std::string GetErrorOptions(bool treat_nonoption_as_error) const;
 
   /// Appends the arguments left that are no dash arguments to `nonoptions`, in order. They stay in
   /// the object.
-  void GetNonoptions(std::vector<std::string>& nonoptions);
+  void GetNonoptions(std::vector<std::string>& nonoptions) const;
 
   /// \name Help text
   /// The text grows with each declaration and is wrapped as it grows, with the offset and width of
@@ -124,7 +124,7 @@ class Options {
   void SetScreenWidth(int width);
 
   /// Returns usage line, description, headings and entries, in this order.
-  std::string GetHelpInfo();
+  std::string GetHelpInfo() const;
 
   /// \}
 

@@ -45,8 +45,7 @@ class Process {
   /// of an earlier command.
   /// \return `PROCESS_SUCCESS`, and the child is held until `Wait`. A program that can't be started
   ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
-  ///         system's words, and exits with the value of `errno`. Blanks
-  ///         alone are such a program.
+  ///         system's words, and exits with the value of `errno`. Blanks alone are such a program.
   ///         `PROCESS_RUNNING` when `IsRunning` says so, without a text; nothing changes.
   ///         `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the pipe's
   ///         descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays open.

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdarg>
-#include <cstring>
 #include <memory>
 
 #include "misc.h"
@@ -194,9 +193,9 @@ std::string LwLogger::GetNamePrefix() const {
 
 std::string LwLogger::GetLogFileName() {
   char host_name[kHostNameSize] = {};
-  const bool has_host_name = gethostname(host_name, sizeof(host_name) - 1) == 0;
+  const bool is_host_known = gethostname(host_name, sizeof(host_name) - 1) == 0;
   return GetNamePrefix() + "." + GetSystemTime(true) + "." +
-         (has_host_name ? host_name : "unknown-hname") + "." + std::to_string(getpid()) + ".log";
+         (is_host_known ? host_name : "unknown-hname") + "." + std::to_string(getpid()) + ".log";
 }
 
 void LwLogger::RollLogFile(const std::string& dir, int max_file_cnt) {

@@ -38,7 +38,7 @@ bool Options::Parse(const std::string& option, const std::string& long_option,
   return CheckDepend(is_depend_exist, option, is_short_found, long_option, is_long_found);
 }
 
-std::string Options::GetErrorOptions(bool treat_nonoption_as_error) {
+std::string Options::GetErrorOptions(bool treat_nonoption_as_error) const {
   std::string errmsg;
   for (size_t index = 0; index < options_.size(); ++index) {
     if (IsValueAt(index) && !treat_nonoption_as_error) {
@@ -52,7 +52,7 @@ std::string Options::GetErrorOptions(bool treat_nonoption_as_error) {
   return errmsg.empty() ? errmsg : "Unsupported option '" + errmsg + "'";
 }
 
-void Options::GetNonoptions(std::vector<std::string>& nonoptions) {
+void Options::GetNonoptions(std::vector<std::string>& nonoptions) const {
   for (size_t index = 0; index < options_.size(); ++index) {
     if (IsValueAt(index)) {
       nonoptions.push_back(options_[index]);
@@ -86,7 +86,7 @@ void Options::SetScreenWidth(int width) {
   }
 }
 
-std::string Options::GetHelpInfo() {
+std::string Options::GetHelpInfo() const {
   return std::string("Usage: ") + argv_[0] + " [options] \n\n" + description_ + options_desc_;
 }
 

@@ -32,7 +32,8 @@ TEST(Strings, AreFormattedSplitTrimmedAndReplaced) {
   ExpectPairs(
       {{StrFormat("<%s %d%%>", large.c_str(), 7), "<" + large + " 7%>"},
        {StrFormat(std::string("<%s>%c-"), "a", '\0') + StrFormat(std::string()), "<a>"},
-       {StrFormat("%lc", static_cast<wint_t>(0xD800)), ""},  // no character
+       {StrFormat("%d", 0) + StrFormat("%p", nullptr), "0(nil)"},  // not taken for argument lists
+       {StrFormat("%lc", static_cast<wint_t>(0xD800)), ""},        // no character
        {Split(",a,,b,", ",") + Split("aXXX", "XX"), R"({ "before", "a", "b" }{ "before", "a" })"},
        {Split("a, b,c", ", ") + Split("a", ""), R"({ "before", "a", "b,c" }{ "before" })"},
        {LeftTrim(" \ta b \t", "\t ") + "|" + LeftTrim("xyx", "yx"), "a b \t|"},
