@@ -1,6 +1,40 @@
-# The tool. What the library installs stands in libbasic/install.cmake.
+# The tool, a CMake package that finds it from its own place, and the examples. What the library
+# installs stands in libbasic/install.cmake.
 
 include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
 
-install(TARGETS tavrofuse
+# The tool runs on the machine that builds, whatever is built for: neither a folder for one
+# architecture nor the version file asks.
+set(tavrofuse_package_dir lib/cmake/tavrofuse)
+
+install(TARGETS tavrofuse EXPORT tavrofuse
   RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tavrofuse)
+install(EXPORT tavrofuse
+  NAMESPACE tavrofuse::
+  FILE tavrofuseTargets.cmake
+  DESTINATION "${tavrofuse_package_dir}" COMPONENT tavrofuse)
+configure_package_config_file(
+  "${PROJECT_SOURCE_DIR}/cmake/tavrofuseConfig.cmake.in"
+  "${PROJECT_BINARY_DIR}/tavrofuseConfig.cmake"
+  INSTALL_DESTINATION "${tavrofuse_package_dir}"
+  NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrofuseConfigVersion.cmake"
+  VERSION "${PROJECT_VERSION}"
+  COMPATIBILITY SameMajorVersion
+  ARCH_INDEPENDENT)
+install(FILES
+  "${PROJECT_BINARY_DIR}/tavrofuseConfig.cmake"
+  "${PROJECT_BINARY_DIR}/tavrofuseConfigVersion.cmake"
+  "${PROJECT_SOURCE_DIR}/cmake/TavrofuseEmbed.cmake"
+  DESTINATION "${tavrofuse_package_dir}" COMPONENT tavrofuse)
+foreach(example IN ITEMS
+    cmake/CMakeLists.txt embed/host.c embed/kernel.cl make/Makefile ninja/build.ninja)
+  get_filename_component(folder "${example}" DIRECTORY)
+  install(FILES "${PROJECT_SOURCE_DIR}/examples/${example}"
+    DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples/${folder}" COMPONENT tavrofuse)
+endforeach()
+
+# Projects that take in this source tree use the tool like those that find the package.
+add_executable(tavrofuse::tavrofuse ALIAS tavrofuse)
+include("${PROJECT_SOURCE_DIR}/cmake/TavrofuseEmbed.cmake")
