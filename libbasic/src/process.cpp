@@ -128,7 +128,9 @@ void AppendChunks(const char* bytes, size_t size, std::string& output) {
   if (output.capacity() - output.size() < size) {
     // As `reserve` would, but with huge pages under the copy already.
     std::string grown;
-    grown.reserve(2 * output.capacity() + size);
+    // A chunk more than double: else a size that is a power of two just misses, and is copied
+    // again.
+    grown.reserve(2 * output.capacity() + size + kChunkSize);
     PreferHugePages(grown.data(), grown.capacity());
     grown += output;
     output.swap(grown);
