@@ -19,7 +19,8 @@ namespace util {
 namespace {
 
 constexpr size_t kChunkSize = 4096;
-constexpr size_t kReadSize = 16 * kChunkSize;  // what a pipe holds
+constexpr size_t kReadSize = 16 * kChunkSize;
+constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
 constexpr int kKilledBySignal9 = 9;  // as a raw wait status
@@ -77,6 +78,9 @@ bool CreatePipe(PipeEnd& read_end, PipeEnd& write_end) {
     SetLastError("create pipe: %s", strerror(errno));
     return false;
   }
+  // A mere wish: with room for several reads, the child and its reader need not take turns, which
+  // almost halves the time that a lot of output takes.
+  fcntl(write_end.Get(), F_SETPIPE_SZ, kPipeSize);
   if (read_end.Get() >= FD_SETSIZE) {
     SetLastError("create pipe: descriptor %d is beyond the %d that select can watch",
                  read_end.Get(), FD_SETSIZE);
