@@ -126,8 +126,7 @@ class Arguments {
 }
 
 // Appends what was read, as text: in each chunk, a zero byte drops what is behind it. Several
-// chunks are read at once where they are there, which takes a third of the time when there is a
-// lot.
+// chunks are read at once where they are there, as if the reader had been a little late.
 void AppendChunks(const char* bytes, size_t size, std::string& output) {
   if (output.capacity() - output.size() < size) {
     // As `reserve` would, but with huge pages under the copy already.
