@@ -25,8 +25,19 @@ enum ProcessStatus {
 /// its standard output and standard error, in the order in which it was written.
 ///
 /// Call `Create` and then `Wait`, or `Execute` in their place; then `GetOutputString`. The object
-/// can run a further command after that. It is used by one thread, in a program that starts
-/// children from one thread only. Nothing is retried, logged or thrown.
+/// can run a further command after that. Nothing is retried, logged or thrown.
+///
+/// Threads: an object is used by one thread at a time. Any number of threads may run commands, each
+/// with an object of its own, while others log, allocate or start children too: the child takes no
+/// lock of the parent's before it is another program, and the pipe of one command does not leak
+/// into another. Descriptors that the program itself opens without `O_CLOEXEC` do. In a program
+/// with other children, use `Start`: `Create` of an object without a child asks for any child of
+/// the program, starts nothing while one runs, and may collect one that has ended, whose own `Wait`
+/// then fails.
+///
+/// Signals: the command starts with the signal mask of the calling thread; signals that the program
+/// ignores stay ignored, and those that it handles have their default action. A signal handler that
+/// runs during `Wait` makes `select` fail, which stops the child.
 class Process {
  public:
   /// Holds no child.
@@ -46,10 +57,15 @@ class Process {
   /// \return `PROCESS_SUCCESS`, and the child is held until `Wait`. A program that can't be started
   ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
   ///         system's words, and exits with the value of `errno`. Blanks alone are such a program.
-  ///         `PROCESS_RUNNING` when `IsRunning` says so, without a text; nothing changes.
+  ///         `PROCESS_RUNNING` when `IsRunning` returns true, without a text; nothing changes.
   ///         `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the pipe's
   ///         descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays open.
   ProcessStatus Create(const std::string& cmd_with_args);
+
+  /// Starts a command like `Create`, but only a child that this object holds counts as running. The
+  /// program's other children don't: those of other objects, or those that a shell left to it with
+  /// `exec`.
+  ProcessStatus Start(const std::string& cmd_with_args);
 
   /// Collects the child's output until it is closed, also by all that the child has started with
   /// it, then waits for the child's end, without a limit of time. A zero byte in the output drops
@@ -61,8 +77,8 @@ class Process {
   ///         not what it has started.
   ///         `PROCESS_ERROR` for any other end ("The child process exits unexpectedly"), without a
   ///         child ("invalid pid or pipe id"), and when a system call fails: "select: %s",
-  ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s". Where
-  ///         several things fail, the last text stands.
+  ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s". If
+  ///         several steps fail, the last error wins.
   ///         Whatever it returns, no child and no pipe is held afterwards.
   ProcessStatus Wait(uint64_t timeout);
 
@@ -85,7 +101,17 @@ class Process {
   /// command. A caller that is done with the object may move the text out of it.
   std::string& GetOutputString();
 
+  /// Ends the child for a program that is about to end itself. Async-signal-safe: a signal handler
+  /// may call it whatever this object is doing in the interrupted thread, and must not return
+  /// there.
+  ///
+  /// Sends SIGTERM, discards output until the child and all that it has started have closed it,
+  /// then sends signal 9 and collects the child. Does nothing without a child. \param patience  How
+  /// long to wait for the output to be closed, in milliseconds.
+  void Stop(uint64_t patience);
+
  private:
+  ProcessStatus Launch(const std::string& cmd_with_args, bool is_any_child);
   void ClosePipe();
 
   int pid_;

@@ -8,9 +8,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <vector>
 
 #include "misc.h"
@@ -23,6 +24,7 @@ constexpr size_t kReadSize = 16 * kChunkSize;
 constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
+constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 constexpr int kKilledBySignal9 = 9;  // as a raw wait status
 
 // One end of a pipe, closed when it goes out of scope.
@@ -53,7 +55,7 @@ class PipeEnd {
     return fd_ >= 0;
   }
 
- private:
+  // Leaves `errno` as it is.
   void Close() {
     if (fd_ >= 0) {
       const int error = errno;
@@ -63,6 +65,7 @@ class PipeEnd {
     fd_ = -1;
   }
 
+ private:
   int fd_ = -1;
 };
 
@@ -78,8 +81,8 @@ bool CreatePipe(PipeEnd& read_end, PipeEnd& write_end) {
     SetLastError("create pipe: %s", strerror(errno));
     return false;
   }
-  // A mere wish: with room for several reads, the child and its reader need not take turns, which
-  // almost halves the time that a lot of output takes.
+  // Best effort: a larger pipe lets child and reader overlap, which almost halves the time that a
+  // lot of output takes.
   fcntl(write_end.Get(), F_SETPIPE_SZ, kPipeSize);
   if (read_end.Get() >= FD_SETSIZE) {
     SetLastError("create pipe: descriptor %d is beyond the %d that select can watch",
@@ -89,8 +92,8 @@ bool CreatePipe(PipeEnd& read_end, PipeEnd& write_end) {
   return true;
 }
 
-// The words of a command line as `execvp` wants them. Made ahead of `fork`: the child must not
-// allocate, let alone carry on with the parent's work when that throws.
+// The words of a command line as `execvp` wants them. Made before the child exists, which must not
+// allocate.
 class Arguments {
  public:
   explicit Arguments(const std::string& cmd_with_args) {
@@ -112,27 +115,99 @@ class Arguments {
   std::vector<char*> pointers_;
 };
 
-// The child's side of `fork`: becomes the command, or says on the pipe why it can't. It leaves with
-// `_exit`, as what the parent has registered or buffered is not the child's to run or to print.
-[[noreturn]] void RunCommand(char* const* args, int write_end) {
+// The child runs in the parent's memory until it is another program. So from here to `RunCommand`,
+// it only makes system calls: no allocation, no lock, no buffered output.
+
+// A handler of the parent's must not run in the child, where it would change the parent's memory.
+void ResetSignalHandlers() {
+  for (int signal_number = 1; signal_number < NSIG; ++signal_number) {
+    struct sigaction action;
+    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
+        action.sa_handler != SIG_IGN) {
+      action.sa_handler = SIG_DFL;
+      action.sa_flags = 0;
+      sigaction(signal_number, &action, nullptr);
+    }
+  }
+}
+
+// What `strerror` says where no locale translates it; `strerror` itself may take a lock.
+const char* GetErrorText(int error) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 32)
+  const char* text = strerrordesc_np(error);
+  return text == nullptr ? "Unknown error" : text;
+#else
+  return strerror(error);
+#endif
+}
+
+void WriteToOutput(const char* text) {
+  for (size_t size = strlen(text); size > 0;) {
+    const ssize_t count = write(STDOUT_FILENO, text, size);
+    if (count <= 0) {
+      return;
+    }
+    text += count;
+    size -= static_cast<size_t>(count);
+  }
+}
+
+// Becomes the command, with the signal mask `mask`, or writes to the pipe why it can't.
+[[noreturn]] void RunCommand(char* const* args, int write_end, const sigset_t& mask) {
   // The copies stay open in the command, unlike the pipe itself.
   if (dup2(write_end, STDOUT_FILENO) < 0 || dup2(write_end, STDERR_FILENO) < 0) {
     _exit(errno);
   }
+  ResetSignalHandlers();
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
   execvp(args[0], args);
   const int error = errno;
-  dprintf(STDOUT_FILENO, "error: %s: %s\n", args[0], strerror(error));
+  for (const char* text :
+       {"error: ", static_cast<const char*>(args[0]), ": ", GetErrorText(error), "\n"}) {
+    WriteToOutput(text);
+  }
   _exit(error);
 }
 
-// Appends what was read, as text: in each chunk, a zero byte drops what is behind it. Several
-// chunks are read at once where they are there, as if the reader had been a little late.
+// Blocks all signals until it goes out of scope.
+class SignalBlock {
+ public:
+  SignalBlock() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &former_mask_);
+  }
+  ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &former_mask_, nullptr); }
+  SignalBlock(const SignalBlock&) = delete;
+  SignalBlock& operator=(const SignalBlock&) = delete;
+
+  const sigset_t& GetFormerMask() const { return former_mask_; }
+
+ private:
+  sigset_t former_mask_;
+};
+
+// Starts the child and returns its id, negative on failure. `vfork` suspends this thread until the
+// child is another program or has ended, and copies no page tables: in a program that holds 1 GiB,
+// copying them takes 20 times as long as all the rest.
+pid_t StartChild(char* const* args, int write_end, const sigset_t& mask) {
+  // No program has a name of PATH_MAX bytes. The line that says so may not fit into the pipe, so
+  // the reader has to run: this child is a copy.
+  const bool is_name_too_long = strlen(args[0]) >= PATH_MAX;
+  const pid_t pid = is_name_too_long ? fork() : vfork();
+  if (pid == 0) {
+    RunCommand(args, write_end, mask);
+  }
+  return pid;
+}
+
+// Appends what was read, as text: in each chunk, a zero byte drops the rest. Several chunks are
+// read at once if they are there, as if the reader had been a little late.
 void AppendChunks(const char* bytes, size_t size, std::string& output) {
   if (output.capacity() - output.size() < size) {
-    // As `reserve` would, but with huge pages under the copy already.
+    // As `reserve` does, but with huge pages under the copy. A chunk more than double, so that
+    // output whose size is a power of two is not copied once more.
     std::string grown;
-    // A chunk more than double: else a size that is a power of two just misses, and is copied
-    // again.
     grown.reserve(2 * output.capacity() + size + kChunkSize);
     PreferHugePages(grown.data(), grown.capacity());
     grown += output;
@@ -181,6 +256,25 @@ ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
   }
 }
 
+// Milliseconds of a clock that nobody sets.
+uint64_t GetUptime() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * kMillisecondsPerSecond +
+         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsPerMillisecond;
+}
+
+// Waits until all writers have closed the pipe, for `limit` milliseconds at most.
+void DiscardOutput(int pipe_id, uint64_t limit) {
+  char bytes[kChunkSize];
+  const uint64_t end = GetUptime() + limit;
+  for (uint64_t now = GetUptime(); now < end; now = GetUptime()) {
+    if (WaitReadable(pipe_id, end - now) <= 0 || read(pipe_id, bytes, sizeof(bytes)) <= 0) {
+      return;
+    }
+  }
+}
+
 }  // namespace
 
 Process::Process() : pid_(-1), pipe_id_(-1) {}
@@ -188,31 +282,11 @@ Process::Process() : pid_(-1), pipe_id_(-1) {}
 Process::~Process() { ClosePipe(); }
 
 ProcessStatus Process::Create(const std::string& cmd_with_args) {
-  if (cmd_with_args.empty()) {
-    SetLastError("command is empty");
-    return PROCESS_ERROR;
-  }
-  if (IsRunning()) {
-    return PROCESS_RUNNING;
-  }
-  output_string_.clear();
-  ClosePipe();  // of a child that ended without a `Wait`
-  const Arguments args(cmd_with_args);
-  PipeEnd read_end;
-  PipeEnd write_end;
-  if (!CreatePipe(read_end, write_end)) {
-    return PROCESS_ERROR;
-  }
-  pid_ = fork();
-  if (pid_ < 0) {
-    SetLastError("fork: %s", strerror(errno));
-    return PROCESS_ERROR;
-  }
-  if (pid_ == 0) {
-    RunCommand(args.Get(), write_end.Get());
-  }
-  pipe_id_ = read_end.Release();
-  return PROCESS_SUCCESS;
+  return Launch(cmd_with_args, /*is_any_child=*/true);
+}
+
+ProcessStatus Process::Start(const std::string& cmd_with_args) {
+  return Launch(cmd_with_args, /*is_any_child=*/false);
 }
 
 ProcessStatus Process::Wait(uint64_t timeout) {
@@ -259,6 +333,51 @@ bool Process::Kill() {
 bool Process::IsRunning() { return waitpid(pid_, nullptr, WNOHANG) == 0; }
 
 std::string& Process::GetOutputString() { return output_string_; }
+
+void Process::Stop(uint64_t patience) {
+  if (pid_ < 1) {
+    return;
+  }
+  const bool is_running = IsRunning();
+  if (is_running) {
+    kill(pid_, SIGTERM);
+  }
+  if (pipe_id_ > 0) {
+    DiscardOutput(pipe_id_, patience);
+  }
+  if (is_running) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+}
+
+ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_child) {
+  if (cmd_with_args.empty()) {
+    SetLastError("command is empty");
+    return PROCESS_ERROR;
+  }
+  if ((is_any_child || pid_ > 0) && IsRunning()) {
+    return PROCESS_RUNNING;
+  }
+  output_string_.clear();
+  ClosePipe();  // of a child that ended without a `Wait`
+  const Arguments args(cmd_with_args);
+  PipeEnd read_end;
+  PipeEnd write_end;
+  if (!CreatePipe(read_end, write_end)) {
+    return PROCESS_ERROR;
+  }
+  // A signal handler finds no child, or its id and its pipe.
+  const SignalBlock block;
+  pid_ = StartChild(args.Get(), write_end.Get(), block.GetFormerMask());
+  if (pid_ < 0) {
+    SetLastError("fork: %s", strerror(errno));
+    return PROCESS_ERROR;
+  }
+  write_end.Close();
+  pipe_id_ = read_end.Release();
+  return PROCESS_SUCCESS;
+}
 
 void Process::ClosePipe() {
   if (pipe_id_ > 0) {

@@ -23,7 +23,7 @@ OUTPUT = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
 
 # Calls whose failure ends a run without a word: those around the bundler, and the console's.
 WITHOUT_WORDS = re.compile(
-    r"(pipe2|clone|pselect6|wait4|dup2|execve|fcntl)\(|[a-z]+\(\d+<pipe:|write\([12]<")
+    r"(pipe2|v?fork|clone|pselect6|wait4|dup2|execve|fcntl)\(|[a-z]+\(\d+<pipe:|write\([12]<")
 # What can't fail; and a pipe's end that stays open, as under strace but never in the kernel.
 NOT_TRIED = re.compile(r"exit_group\(|close\(\d+<pipe:")
 FIRST_OF_MAIN = re.compile(r"fcntl\(0\b.*F_GETFD")
@@ -200,7 +200,7 @@ def find_faults(name, job, is_full):
                 yield name, job, call, str(counts[call]), error, line
                 if is_full and call != "close" and error != "EINTR":
                     yield name, job, call, "%d+" % counts[call], error, line  # from then on
-    for call, count in CHILD_CALLS if "clone" in counts else ():
+    for call, count in CHILD_CALLS if "vfork" in counts or "clone" in counts else ():
         for error in errors[call].split():
             yield name, job, call, count, error, call + "( of the child"
 
