@@ -6,7 +6,8 @@
 #include <string>
 
 /// \file
-/// Whole-file operations, and the owner of an open stream or descriptor.
+/// Whole-file operations, reading and writing in blocks, and the owner of an open stream or
+/// descriptor.
 
 namespace util {
 
@@ -19,8 +20,8 @@ namespace util {
 /// - "write file: %s": not all bytes could be written; a full disk, say.
 /// - "close file: %s": the file could not be closed, so its content is not known to be safe.
 ///
-/// A missing file is created by whatever writes it. One whose writing failed keeps what was written
-/// by then. An object is used by one thread at a time; the static operations by any.
+/// Writing creates a missing file. If it fails, the file keeps what was written before. An object
+/// is used by one thread at a time; the static operations by any.
 class File {
  public:
   /// Keeps a copy of the path. The file system is not touched.
@@ -34,26 +35,26 @@ class File {
 
   /// Reads the file as text, in chunks of 4095 bytes: a zero byte drops the rest of its chunk.
   /// \param[in,out] text  The text is appended; what is there stays.
-  /// \return False when the file can't be opened or read; `text` then ends with what was read by
-  ///         then.
+  /// \return False when the file can't be opened or read; `text` then ends with what was read
+  ///         before the failure, part of a chunk included.
   bool ReadText(std::string& text);
 
   /// Writes `text`, zero bytes included. An empty text makes an empty file.
-  /// \param append  True: behind what the file holds. False: in its place.
+  /// \param append  True: appends to the file. False: replaces its content.
   /// \return Whether the whole text was written and the file closed.
   bool WriteText(const std::string& text, bool append);
 
-  /// Reads the whole file into memory. The first success is kept, and later calls answer from
-  /// memory, even when the file has changed; after a failure, a call tries anew.
-  /// \param[out] bin  Receives the bytes. They belong to this object and live as long as it does;
+  /// Reads the whole file into memory. The first success is kept: later calls return the same
+  /// bytes, even when the file has changed. After a failure, a call tries again. \param[out] bin
+  /// Receives the bytes. They belong to this object and live as long as it does;
   ///                  not null, even for an empty file. Unchanged on failure.
-  /// \return The number of bytes, or -1. The size is that at the start: what a growing file gains
-  ///         meanwhile is not read. Besides the texts above, the last error can be that of
+  /// \return The number of bytes, or -1. Not more than the size at the start is read, even if the
+  ///         file grows meanwhile. Besides the texts above, the last error can be that of
   ///         `GetFileSize` or "malloc size: %d" with the size in bytes.
   int64_t ReadBinary(uint8_t*& bin);
 
   /// Writes `size` bytes from `bin`, which stays the caller's.
-  /// \param append  True: behind what the file holds. False: in its place.
+  /// \param append  True: appends to the file. False: replaces its content.
   /// \return Whether all bytes were written and the file closed. A `size` below 1
   ///         ("invalid binary size") and a null `bin` ("invalid binary pointer") touch no file.
   bool WriteBinary(const uint8_t* bin, int64_t size, bool append);
@@ -63,7 +64,7 @@ class File {
   ///         with "invalid paramter" for an empty path, or with "remove: %s".
   static bool DeleteFile(const std::string& file);
 
-  /// Copies the bytes of `src` to `dst`, replacing what `dst` held; the destination comes first.
+  /// Copies the bytes of `src` to `dst`, replacing its content; the destination comes first.
   /// The two must not be the same file: its content would be lost. Permissions are not copied. A
   /// source that can't be opened leaves `dst` untouched.
   /// \return Whether all bytes were copied and `dst` closed.
@@ -123,6 +124,59 @@ class FileHandler {
   FILE* fp_;
   int fd_;
   std::string error_msg;
+};
+
+/// Reads a file in blocks, from its first byte on. Failures leave the last-error texts of `File`.
+/// An object is used by one thread at a time.
+class FileReader {
+ public:
+  /// Opens a file, after closing the one that is open.
+  /// \return False with "open file: %s".
+  bool Open(const std::string& file);
+
+  /// Reads the next `size` bytes.
+  /// \param[out] data   Receives them; room for `size` bytes.
+  /// \param[out] count  Receives how many bytes were read: `size`, or fewer at the end of the file
+  ///                    or before an error.
+  /// \return False with "read file: %s".
+  bool Read(void* data, size_t size, size_t& count);
+
+  /// Returns the size of the open file in bytes, as it is now; -1 with "fstat64: %s".
+  int64_t GetSize() const;
+
+  /// Returns why the last `Open` failed, in the system's words; empty after a good one.
+  const std::string& GetError() const;
+
+ private:
+  FileHandler handler_;
+  FILE* fp_ = nullptr;  // owned by `handler_`
+};
+
+/// Writes a file in blocks. Failures leave the last-error texts of `File`. An object is used by one
+/// thread at a time.
+class FileWriter {
+ public:
+  /// Opens a file, after closing the one that is open. Creates a missing file.
+  /// \param append  True: appends to the file. False: replaces its content.
+  /// \return False with "open file: %s".
+  bool Open(const std::string& file, bool append);
+
+  /// Writes `size` bytes from `data`.
+  /// \return False with "write file: %s". A success can still fail in `Close`, as bytes are
+  /// buffered.
+  bool Write(const void* data, size_t size);
+
+  /// Writes what is buffered and closes the file. Without this call, the destructor closes it, and
+  /// nobody learns of a failure.
+  /// \return False with "write file: %s" or "close file: %s".
+  bool Close();
+
+  /// Returns why the last `Open` failed, in the system's words; empty after a good one.
+  const std::string& GetError() const;
+
+ private:
+  FileHandler handler_;
+  FILE* fp_ = nullptr;  // owned by `handler_`
 };
 
 }  // namespace util

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
@@ -16,51 +17,23 @@
 namespace util {
 namespace {
 
-constexpr size_t kBufferSize = 4096;
+// Large enough that system calls don't count, small enough for a processor's cache.
+constexpr size_t kBlockSize = 128 * 1024;
+constexpr size_t kTextChunkSize = 4095;
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
-// Reads `size` bytes, or as many as are left; `count` tells how many. False is a read error, which
-// is never taken for the end of the file.
-bool Read(FILE* fp, void* data, size_t size, size_t& count) {
-  count = fread(data, 1, size, fp);
-  if (count < size && ferror(fp) != 0) {
-    SetLastError("read file: %s", strerror(errno));
-    return false;
+// Appends what was read, as text: in each chunk, a zero byte drops the rest.
+void AppendChunks(const char* bytes, size_t size, std::string& text) {
+  for (size_t begin = 0; begin < size; begin += kTextChunkSize) {
+    const char* chunk = bytes + begin;
+    text.append(chunk, strnlen(chunk, std::min(kTextChunkSize, size - begin)));
   }
-  return true;
 }
 
-bool Write(FILE* fp, const void* data, size_t size) {
-  if (fwrite(data, 1, size, fp) != size) {
-    SetLastError("write file: %s", strerror(errno));
-    return false;
-  }
-  return true;
-}
-
-// The stream's own buffer goes out in here, so this is where a full disk often shows first.
-bool FlushAndClose(FileHandler& handler, FILE* fp) {
-  if (fflush(fp) != 0) {
-    SetLastError("write file: %s", strerror(errno));
-    return false;
-  }
-  const int error = handler.CloseHandle();
-  if (error != 0) {
-    SetLastError("close file: %s", strerror(error));
-    return false;
-  }
-  return true;
-}
-
-bool WriteWholeFile(const std::string& file, const char* mode, const void* data, size_t size) {
-  FileHandler handler;
-  FILE* fp = handler.Open(file, mode);
-  if (fp == nullptr) {
-    SetLastError(kOpenFailed, handler.GetError().c_str());
-    return false;
-  }
-  return Write(fp, data, size) && FlushAndClose(handler, fp);
+bool WriteWholeFile(const std::string& file, bool append, const void* data, size_t size) {
+  FileWriter writer;
+  return writer.Open(file, append) && writer.Write(data, size) && writer.Close();
 }
 
 }  // namespace
@@ -70,27 +43,24 @@ File::File(const std::string& file) : file_(file), binary_(nullptr), bin_size_(0
 File::~File() { delete[] binary_; }
 
 bool File::ReadText(std::string& text) {
-  FileHandler handler;
-  FILE* fp = handler.Open(file_, "r");
-  if (fp == nullptr) {
-    SetLastError(kOpenFailed, handler.GetError().c_str());
+  FileReader reader;
+  if (!reader.Open(file_)) {
     return false;
   }
-  char buffer[kBufferSize];
+  // Whole chunks in a block, so that chunks begin where they would if each were read by itself.
+  const size_t size = kBlockSize / kTextChunkSize * kTextChunkSize;
+  const std::unique_ptr<char[]> block(new char[size]);
+  bool is_read = false;
   size_t count = 0;
   do {
-    // One byte less than the buffer has, for the terminator.
-    if (!Read(fp, buffer, sizeof(buffer) - 1, count)) {
-      return false;
-    }
-    buffer[count] = '\0';
-    text += buffer;
-  } while (count > 0);
-  return true;
+    is_read = reader.Read(block.get(), size, count);
+    AppendChunks(block.get(), count, text);
+  } while (is_read && count > 0);
+  return is_read;
 }
 
 bool File::WriteText(const std::string& text, bool append) {
-  return WriteWholeFile(file_, append ? "a" : "w", text.data(), text.size());
+  return WriteWholeFile(file_, append, text.data(), text.size());
 }
 
 int64_t File::ReadBinary(uint8_t*& bin) {
@@ -105,14 +75,9 @@ int64_t File::ReadBinary(uint8_t*& bin) {
       return -1;
     }
     PreferHugePages(binary.get(), static_cast<size_t>(size));
-    FileHandler handler;
-    FILE* fp = handler.Open(file_, "rb");
-    if (fp == nullptr) {
-      SetLastError(kOpenFailed, handler.GetError().c_str());
-      return -1;
-    }
+    FileReader reader;
     size_t count = 0;
-    if (!Read(fp, binary.get(), static_cast<size_t>(size), count)) {
+    if (!reader.Open(file_) || !reader.Read(binary.get(), static_cast<size_t>(size), count)) {
       return -1;
     }
     binary_ = binary.release();
@@ -131,7 +96,7 @@ bool File::WriteBinary(const uint8_t* bin, int64_t size, bool append) {
     SetLastError("invalid binary pointer");
     return false;
   }
-  return WriteWholeFile(file_, append ? "ab" : "wb", bin, static_cast<size_t>(size));
+  return WriteWholeFile(file_, append, bin, static_cast<size_t>(size));
 }
 
 bool File::DeleteFile(const std::string& file) {
@@ -150,26 +115,24 @@ bool File::DeleteFile(const std::string& file) {
 }
 
 bool File::CopyFile(const std::string& dst, const std::string& src) {
-  FileHandler src_handler;
-  FILE* src_fp = src_handler.Open(src, "rb");
-  if (src_fp == nullptr) {
-    SetLastError(kOpenNamedFailed, src.c_str(), src_handler.GetError().c_str());
+  FileReader reader;
+  if (!reader.Open(src)) {
+    SetLastError(kOpenNamedFailed, src.c_str(), reader.GetError().c_str());
     return false;
   }
-  FileHandler dst_handler;
-  FILE* dst_fp = dst_handler.Open(dst, "wb");
-  if (dst_fp == nullptr) {
-    SetLastError(kOpenNamedFailed, dst.c_str(), dst_handler.GetError().c_str());
+  FileWriter writer;
+  if (!writer.Open(dst, false)) {
+    SetLastError(kOpenNamedFailed, dst.c_str(), writer.GetError().c_str());
     return false;
   }
-  char buffer[kBufferSize];
+  const std::unique_ptr<char[]> block(new char[kBlockSize]);
   size_t count = 0;
   do {
-    if (!Read(src_fp, buffer, sizeof(buffer), count) || !Write(dst_fp, buffer, count)) {
+    if (!reader.Read(block.get(), kBlockSize, count) || !writer.Write(block.get(), count)) {
       return false;
     }
   } while (count > 0);
-  return FlushAndClose(dst_handler, dst_fp);
+  return writer.Close();
 }
 
 int64_t File::GetFileSize(const std::string& file) {
@@ -240,5 +203,69 @@ int FileHandler::CloseHandle() {
 }
 
 const std::string& FileHandler::GetError() const { return error_msg; }
+
+bool FileReader::Open(const std::string& file) {
+  fp_ = handler_.Open(file, "rbe");
+  if (fp_ == nullptr) {
+    SetLastError(kOpenFailed, handler_.GetError().c_str());
+    return false;
+  }
+  setvbuf(fp_, nullptr, _IONBF, 0);  // a block is as good as the stream's own buffer
+  return true;
+}
+
+bool FileReader::Read(void* data, size_t size, size_t& count) {
+  count = fread(data, 1, size, fp_);
+  if (count < size && ferror(fp_) != 0) {
+    SetLastError("read file: %s", strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+int64_t FileReader::GetSize() const {
+  struct stat64 status;
+  if (fstat64(fileno(fp_), &status) != 0) {
+    SetLastError("fstat64: %s", strerror(errno));
+    return -1;
+  }
+  return status.st_size;
+}
+
+const std::string& FileReader::GetError() const { return handler_.GetError(); }
+
+bool FileWriter::Open(const std::string& file, bool append) {
+  fp_ = handler_.Open(file, append ? "abe" : "wbe");
+  if (fp_ == nullptr) {
+    SetLastError(kOpenFailed, handler_.GetError().c_str());
+    return false;
+  }
+  return true;
+}
+
+bool FileWriter::Write(const void* data, size_t size) {
+  if (fwrite(data, 1, size, fp_) != size) {
+    SetLastError("write file: %s", strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+bool FileWriter::Close() {
+  // A full disk often shows only when the buffer is written.
+  if (fflush(fp_) != 0) {
+    SetLastError("write file: %s", strerror(errno));
+    return false;
+  }
+  const int error = handler_.CloseHandle();
+  fp_ = nullptr;
+  if (error != 0) {
+    SetLastError("close file: %s", strerror(error));
+    return false;
+  }
+  return true;
+}
+
+const std::string& FileWriter::GetError() const { return handler_.GetError(); }
 
 }  // namespace util
