@@ -1,12 +1,14 @@
 // tavrofuse: has clang-offload-bundler make a fat binary from one device image, and writes a C
 // include file that embeds this fat binary in a host object.
 
+#include <emmintrin.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cinttypes>
 #include <climits>
@@ -17,8 +19,6 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
-#include <memory>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,13 +36,10 @@ using std::vector;
 
 namespace {
 
-constexpr uint64_t kBundlerSilenceLimit = 600000;  // milliseconds
-constexpr int64_t kFatBinSizeLimit = INT_MAX;      // bytes
-constexpr int kWordSize = 8;                       // bytes
-constexpr int kWordsPerLine = 4;
+// ---------------------------------------------------------------------------------------------
+// Options
 
-// What the command line says, and what the run makes of it where it says nothing. The last four are
-// accepted from drivers, without effect.
+// What the command line gives. The last four are accepted from drivers, without effect.
 struct Settings {
   vector<string> image3_files;
   string create_file;
@@ -60,31 +57,6 @@ struct Settings {
   string ptx_options;
   bool is_relocatable = false;
   bool is_64bit = true;
-};
-
-// The fat binary as 64-bit words; no data when none was made.
-struct FatBinWords {
-  std::unique_ptr<unsigned long long[]> data;
-  int array_size = 0;
-};
-
-// A file that goes when its owner does, however that comes about. Empty name: no file.
-class TemporaryFile {
- public:
-  TemporaryFile() = default;
-  ~TemporaryFile() {
-    // `File::DeleteFile` would leave a dangling link.
-    if (!name_.empty()) {
-      remove(name_.c_str());
-    }
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-
-  void Own(const string& name) { name_ = name; }
-
- private:
-  string name_;
 };
 
 bool DeclareOptions(util::Options& options, Settings& settings) {
@@ -152,7 +124,10 @@ string GetVersion() {
                          BUILD_INFO_COMMIT);
 }
 
-// `value` stands; failing that, the environment variable; failing that, the default.
+// ---------------------------------------------------------------------------------------------
+// Inputs
+
+// Takes the environment variable if `value` is empty, and the default if that is empty too.
 void ResolveDefault(string& value, const char* env_var, const string& default_value) {
   if (value.empty()) {
     value = util::GetEnvVar(env_var);
@@ -180,9 +155,9 @@ bool ResolveClangPath(Settings& settings) {
   return true;
 }
 
-// The file of an image description such as "kind=elf,sm=gfx906,file=dev.o", which is read by
-// position: compiler drivers may put anything into the second piece, and before the "=" of the
-// third. Empty when the description is of another form.
+// Returns the file of an image description such as "kind=elf,sm=gfx906,file=dev.o", or an empty
+// string if it has another form. It is read by position: compiler drivers may put anything into the
+// second piece, and before the "=" of the third.
 string GetImageFile(const string& description) {
   vector<string> strs;
   util::SplitString(description, ",", strs);
@@ -195,7 +170,7 @@ string GetImageFile(const string& description) {
   return strs.size() == 2 ? strs[1] : string();
 }
 
-// The first usable image decides; descriptions of another form are passed over.
+// Returns the file of the first usable image description, or an empty string. Others are ignored.
 string PickImage(const vector<string>& image3_files) {
   for (const string& description : image3_files) {
     string input_file = GetImageFile(description);
@@ -217,8 +192,8 @@ string GetTimeMagic() {
   return buffer;
 }
 
-// Chooses the name of the temporary fat binary. The image's name and the time are for people; the
-// random digits keep runs from meeting, and others from preparing something under the name.
+// Chooses the name of the temporary fat binary. The image's name and the time are for people. The
+// random digits make the name unique, and keep others from preparing a file under it.
 bool MakeTemporaryName(const string& input_file, string& create_file) {
   uint64_t digits = 0;
   if (getentropy(&digits, sizeof(digits)) != 0) {
@@ -230,14 +205,154 @@ bool MakeTemporaryName(const string& input_file, string& create_file) {
   return true;
 }
 
-bool ExcuteCmd(const string& cmd_args, string& output) {
-  util::Process process;
-  const util::ProcessStatus status = process.Execute(cmd_args, kBundlerSilenceLimit);
-  output = std::move(process.GetOutputString());
-  return status != util::PROCESS_ERROR && status != util::PROCESS_TIMEOUT;
+// ---------------------------------------------------------------------------------------------
+// Unfinished work, and signals that end the run
+
+constexpr uint64_t kBundlerPatience = 250;  // milliseconds
+
+// What a run must not leave behind. A signal handler reads it at any moment, so the owners below
+// enter their work before they begin it, and take it out when it is finished.
+struct Unfinished {
+  std::atomic<util::Process*> bundler = nullptr;
+  std::atomic<const char*> temporary_file = nullptr;
+  std::atomic<const char*> include_file = nullptr;
+  std::atomic<bool> is_include_file_open = false;
+};
+static_assert(std::atomic<void*>::is_always_lock_free);
+Unfinished s_unfinished;
+
+// Whether `name` is a link to a descriptor of this process, as /dev/stdout is.
+bool IsLinkToDescriptor(const char* name) {
+  constexpr char kProc[] = "/proc/";
+  char target[sizeof(kProc) - 1];
+  return readlink(name, target, sizeof(target)) == sizeof(target) &&
+         memcmp(target, kProc, sizeof(target)) == 0;
 }
 
-// Bundles the device image, behind an empty host part, into the fat binary `create_file`. The words
+// Build systems take a truncated include file for a finished one, so it goes. Devices and pipes
+// stay. Async-signal-safe.
+void RemoveIncludeFile(const char* name, bool is_open) {
+  struct stat status;
+  if (stat(name, &status) != 0 || !S_ISREG(status.st_mode) || IsLinkToDescriptor(name)) {
+    return;
+  }
+  // Opening truncates. What still has content is an older include file.
+  if (is_open || status.st_size == 0) {
+    unlink(name);
+  }
+}
+
+// Removes the temporary fat binary, or whatever the bundler left in its place. Async-signal-safe.
+void RemoveTemporaryFile(const char* name) {
+  // `File::DeleteFile` ignores a dangling link.
+  remove(name);
+}
+
+// Stops the bundler, removes what is unfinished, and ends the process by the same signal, so that
+// shells and build systems see what happened.
+void EndBySignal(int signal_number) {
+  util::Process* bundler = s_unfinished.bundler;
+  if (bundler != nullptr) {
+    bundler->Stop(kBundlerPatience);
+  }
+  const char* temporary_file = s_unfinished.temporary_file;
+  if (temporary_file != nullptr) {
+    RemoveTemporaryFile(temporary_file);
+  }
+  const char* include_file = s_unfinished.include_file;
+  if (include_file != nullptr) {
+    RemoveIncludeFile(include_file, s_unfinished.is_include_file_open);
+  }
+  signal(signal_number, SIG_DFL);
+  raise(signal_number);
+  sigset_t unblocked;
+  sigemptyset(&unblocked);
+  sigaddset(&unblocked, signal_number);
+  sigprocmask(SIG_UNBLOCK, &unblocked, nullptr);
+  _exit(128 + signal_number);  // reached as process 1 of a container, which default actions spare
+}
+
+// Installs a handler, unless the caller has this run ignore the signal.
+void Handle(int signal_number, void (*handler)(int)) {
+  struct sigaction action = {};
+  if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
+    action.sa_handler = handler;
+    sigfillset(&action.sa_mask);
+    sigaction(signal_number, &action, nullptr);
+  }
+}
+
+void HandleSignals() {
+  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    Handle(signal_number, EndBySignal);
+  }
+  // A write to a broken pipe, or past the limit on file sizes, fails like any other. Handlers,
+  // because the bundler would inherit that a signal is ignored.
+  for (const int signal_number : {SIGPIPE, SIGXFSZ}) {
+    Handle(signal_number, [](int) {});
+  }
+  // While this signal is ignored, nobody can learn how the bundler ended.
+  signal(SIGCHLD, SIG_DFL);
+}
+
+// Removes the temporary fat binary when it goes out of scope. Without a name, there is none.
+class TemporaryFile {
+ public:
+  TemporaryFile() = default;
+  ~TemporaryFile() {
+    if (!name_.empty()) {
+      RemoveTemporaryFile(name_.c_str());
+      s_unfinished.temporary_file = nullptr;
+    }
+  }
+  TemporaryFile(const TemporaryFile&) = delete;
+  TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+  void Own(const string& name) {
+    name_ = name;
+    s_unfinished.temporary_file = name_.c_str();
+  }
+
+ private:
+  string name_;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Bundling
+
+constexpr uint64_t kBundlerSilenceLimit = 600000;  // milliseconds
+
+// Runs one command, and stops it if an exception ends the run first.
+class BundlerProcess {
+ public:
+  BundlerProcess() { s_unfinished.bundler = &process_; }
+  ~BundlerProcess() {
+    process_.Stop(kBundlerPatience);
+    s_unfinished.bundler = nullptr;
+  }
+  BundlerProcess(const BundlerProcess&) = delete;
+  BundlerProcess& operator=(const BundlerProcess&) = delete;
+
+  util::ProcessStatus Execute(const string& cmd_args) {
+    // Not `Process::Execute`: the caller may have left children of its own to this process.
+    const util::ProcessStatus status = process_.Start(cmd_args);
+    return status == util::PROCESS_SUCCESS ? process_.Wait(kBundlerSilenceLimit) : status;
+  }
+
+  string& GetOutputString() { return process_.GetOutputString(); }
+
+ private:
+  util::Process process_;
+};
+
+bool ExcuteCmd(const string& cmd_args, string& output) {
+  BundlerProcess process;
+  const util::ProcessStatus status = process.Execute(cmd_args);
+  output = std::move(process.GetOutputString());
+  return status == util::PROCESS_SUCCESS;
+}
+
+// Bundles the device image, after an empty host part, into the fat binary `create_file`. The words
 // of the command line can't be quoted: a blank in a value makes two words of it.
 bool RunBundler(const string& clang_path, const string& input_file, const string& create_file,
                 const string& offload_arch, bool verbose) {
@@ -262,165 +377,256 @@ bool RunBundler(const string& clang_path, const string& input_file, const string
   return result;
 }
 
-bool IsPipe(const string& file) {
-  struct stat status = {};
-  return stat(file.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
-}
+// ---------------------------------------------------------------------------------------------
+// Include file
 
-// Reads a file of `size` bytes; when that fails, the reason is the last error. A pipe would block,
-// and a file that is shorter by now is not whole.
-bool ReadWhole(const string& name, int64_t size, util::File& file, uint8_t*& bytes) {
-  if (IsPipe(name)) {
-    util::SetLastError("it is a pipe");
-    return false;
-  }
-  const int64_t read_size = file.ReadBinary(bytes);
-  if (read_size >= 0 && read_size != size) {
-    util::SetLastError("its size has changed");
-    return false;
-  }
-  return read_size >= 0;
-}
+constexpr int64_t kFatBinSizeLimit = INT_MAX;  // bytes
+constexpr size_t kWordSize = 8;                // bytes
+constexpr size_t kWordsPerLine = 4;
+// A block and its text stay in the processor's cache from the reading to the writing.
+constexpr size_t kLinesPerBlock = 2048;
+constexpr size_t kBlockSize = kLinesPerBlock * kWordsPerLine * kWordSize;
 
-void LogMallocFailure(int64_t size) { LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", size); }
+// The two forms: for an image as it was compiled, and for linked code (--link).
+struct Form {
+  const char* section_name;
+  int version;
+  const char* prelinked;
+};
+constexpr Form kForms[] = {
+    {".hip_fatbin", 1, "0"},
+    {".hip_dlink_fatbin", 2, "(void**)__cudaPrelinkedFatbins"},
+};
 
-// Reads the fat binary back as words. Filler behind the last byte is zero, so that the same image
-// gives the same include file anywhere and at any time.
-bool ReadFatBin(const string& create_file, FatBinWords& words) {
-  const int64_t file_size = util::File::GetFileSize(create_file);
-  const int64_t word_count = (file_size + kWordSize - 1) / kWordSize;
-  // Looked at ahead of the reading, which would be for nothing.
-  if (file_size > kFatBinSizeLimit) {
-    LogMallocFailure(word_count * kWordSize);
-    return false;
-  }
-  util::File bin_file(create_file);
-  uint8_t* binary = nullptr;
-  if (!ReadWhole(create_file, file_size, bin_file, binary)) {
-    LOG_ERROR("Failed to read %s: %s\n", create_file, util::GetLastError());
-    return false;
-  }
-  words.data.reset(new (std::nothrow) unsigned long long[static_cast<size_t>(word_count)]);
-  if (words.data == nullptr) {
-    LogMallocFailure(word_count * kWordSize);
-    return false;
-  }
-  util::PreferHugePages(words.data.get(), static_cast<size_t>(word_count) * kWordSize);
-  if (word_count > 0) {
-    words.data[static_cast<size_t>(word_count - 1)] = 0;
-  }
-  memcpy(words.data.get(), binary, static_cast<size_t>(file_size));
-  words.array_size = static_cast<int>(word_count);
-  return true;
-}
+// The include file before its data lines: twice the section's name.
+constexpr char kHead[] = R"(#ifndef __SKIP_INTERNAL_FATBINARY_HEADERS
+#include "fatbinary_section.h"
+#endif
+#define __CUDAFATBINSECTION  ".hipFatBinSegment"
+#define __CUDAFATBINDATASECTION  "%s"
+asm(
+".section %s, \"a\"\n"
+".align 8\n"
+"fatbinData:\n"
+)";
 
-constexpr char kQuad[] = "\".quad ";
-constexpr char kQuadEnd[] = "\\n\"\n";
+// A data line holds one to four words.
+constexpr char kQuad[] = R"(".quad )";
+constexpr char kWord[] = "0x0123456789abcdef,";
+constexpr char kQuadEnd[] = R"(\n"
+)";
 constexpr size_t kQuadSize = sizeof(kQuad) - 1;
+constexpr size_t kWordTextSize = sizeof(kWord) - 1;
 constexpr size_t kQuadEndSize = sizeof(kQuadEnd) - 1;
-constexpr size_t kWordTextSize = sizeof("0x0123456789abcdef,") - 1;
+constexpr size_t kLineSize = kQuadSize + kWordsPerLine * kWordTextSize - 1 + kQuadEndSize;
 
-// The two hexadecimal digits of each byte.
-class DigitTable {
+// The include file after its data lines: number of words, version, fourth member of the descriptor.
+constexpr char kTail[] = R"(".text\n");
+#ifdef __cplusplus
+extern "C" {
+#endif
+extern const unsigned long long fatbinData[%d];
+#ifdef __cplusplus
+}
+#endif
+#ifdef __cplusplus
+extern "C" {
+#endif
+static const __fatBinC_Wrapper_t __fatDeviceText __attribute__ ((aligned (8))) __attribute__ ((section (__CUDAFATBINSECTION)))=
+	{ 0x48495046, %d, fatbinData, %s };
+#ifdef __cplusplus
+}
+#endif
+)";
+
+// The fat binary, read in blocks. Without `Open` there is no data.
+class FatBin {
  public:
-  constexpr DigitTable() {
-    for (size_t byte = 0; byte < 256; ++byte) {
-      digits_[2 * byte] = "0123456789abcdef"[byte >> 4];
-      digits_[2 * byte + 1] = "0123456789abcdef"[byte & 0xf];
+  // Reads the first block. What can't be read at all fails here, and is logged.
+  bool Open(const string& name) {
+    name_ = name;
+    size_ = util::File::GetFileSize(name);
+    if (size_ > kFatBinSizeLimit) {
+      LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", GetWordCount() * int64_t{kWordSize});
+      return false;
     }
+    if (size_ < 0 || !IsFile() || !reader_.Open(name)) {
+      return Fail();
+    }
+    return ReadBlock();
   }
 
-  const char* Get(size_t byte) const { return digits_ + 2 * byte; }
+  // Reads the next block, which is empty at the end. A failure is logged.
+  bool ReadBlock() {
+    const size_t size = std::min(kBlockSize, static_cast<size_t>(size_ - offset_));
+    if (!reader_.Read(block_, size, block_size_)) {
+      return Fail();
+    }
+    offset_ += static_cast<int64_t>(block_size_);
+    const bool is_last = size > 0 && offset_ == size_;
+    if (block_size_ < size || (is_last && reader_.GetSize() != size_)) {
+      util::SetLastError("its size has changed");
+      return Fail();
+    }
+    // Zero-pads the last word so that the output is reproducible.
+    memset(block_ + block_size_, 0, GetBlockWordCount() * kWordSize - block_size_);
+    return true;
+  }
+
+  int64_t GetWordCount() const { return (size_ + int64_t{kWordSize} - 1) / int64_t{kWordSize}; }
+  const unsigned char* GetBlock() const { return block_; }
+  size_t GetBlockWordCount() const { return (block_size_ + kWordSize - 1) / kWordSize; }
 
  private:
-  char digits_[512] = {};
-};
-constexpr DigitTable kDigitTable;
-
-// Appends `".quad 0x...,0x...\n"` with `count` words, of which a line has room for four. All the
-// time that the tool takes of its own on a large fat binary is spent here or in the kernel: a table
-// of byte digits takes 3 ns a word where `StrFormat` takes 100, and a line made on the stack
-// spares the text the zero-filling that growing it in place would cost.
-void AppendDataLine(const unsigned long long* words, int count, string& text) {
-  char line[kQuadSize + kWordsPerLine * kWordTextSize + kQuadEndSize];
-  memcpy(line, kQuad, kQuadSize);
-  char* end = line + kQuadSize;
-  for (int i = 0; i < count; ++i) {
-    *end++ = '0';
-    *end++ = 'x';
-    for (int shift = 56; shift >= 0; shift -= 8) {
-      memcpy(end, kDigitTable.Get(words[i] >> shift & 0xff), 2);
-      end += 2;
+  // Only what has no size needs a closer look: reading would block on a pipe, and not fail on some
+  // file systems' folders.
+  bool IsFile() const {
+    struct stat status = {};
+    if (size_ == 0 && stat(name_.c_str(), &status) == 0) {
+      if (S_ISFIFO(status.st_mode)) {
+        util::SetLastError("it is a pipe");
+        return false;
+      }
+      if (S_ISDIR(status.st_mode)) {
+        util::SetLastError("read file: %s", strerror(EISDIR));
+        return false;
+      }
     }
-    *end++ = ',';
+    return true;
   }
-  // No comma follows the last word.
-  memcpy(end - 1, kQuadEnd, kQuadEndSize);
-  text.append(line, static_cast<size_t>(end - 1 - line) + kQuadEndSize);
-}
 
-// The size of the text that the data lines of `array_size` words make.
-size_t GetDataTextSize(int array_size) {
-  const auto word_count = static_cast<size_t>(array_size);
-  const size_t line_count = (word_count + kWordsPerLine - 1) / kWordsPerLine;
-  return word_count * kWordTextSize + line_count * (kQuadSize + kQuadEndSize - 1);
-}
-
-// Makes the text of the include file. It follows from the words and the form alone; no date, path
-// or host name gets in.
-string MakeIncludeText(const unsigned long long* data, int array_size, bool is_link) {
-  const string section_name = is_link ? ".hip_dlink_fatbin" : ".hip_fatbin";
-  const string head =
-      "#ifndef __SKIP_INTERNAL_FATBINARY_HEADERS\n"
-      "#include \"fatbinary_section.h\"\n#endif\n"
-      "#define __CUDAFATBINSECTION  \".hipFatBinSegment\"\n"
-      "#define __CUDAFATBINDATASECTION  \"" +
-      section_name +
-      "\"\n"
-      "asm(\n\".section " +
-      section_name +
-      ", \\\"a\\\"\\n\"\n"
-      "\".align 8\\n\"\n\"fatbinData:\\n\"\n";
-  const string extern_c_begin = "#ifdef __cplusplus\nextern \"C\" {\n#endif\n";
-  const string extern_c_end = "#ifdef __cplusplus\n}\n#endif\n";
-  const string tail =
-      "\".text\\n\");\n" + extern_c_begin + "extern const unsigned long long fatbinData[" +
-      std::to_string(array_size) + "];\n" + extern_c_end + extern_c_begin +
-      "static const __fatBinC_Wrapper_t __fatDeviceText "
-      "__attribute__ ((aligned (8))) "
-      "__attribute__ ((section (__CUDAFATBINSECTION)))=\n" +
-      (is_link ? "\t{ 0x48495046, 2, fatbinData, (void**)__cudaPrelinkedFatbins };\n"
-               : "\t{ 0x48495046, 1, fatbinData, 0 };\n") +
-      extern_c_end;
-
-  string text_contents;
-  text_contents.reserve(head.size() + GetDataTextSize(array_size) + tail.size());
-  util::PreferHugePages(text_contents.data(), text_contents.capacity());
-  text_contents += head;
-  for (int i = 0; i < array_size; i += kWordsPerLine) {
-    AppendDataLine(data + i, std::min(array_size - i, kWordsPerLine), text_contents);
-  }
-  text_contents += tail;
-  return text_contents;
-}
-
-bool WriteIncludeFile(const string& embedded_file, FatBinWords words, bool is_link) {
-  const string text_contents = MakeIncludeText(words.data.get(), words.array_size, is_link);
-  words.data.reset();
-  util::File text_file(embedded_file);
-  if (!text_file.WriteText(text_contents, false)) {
-    LOG_ERROR("Failed to write %s: %s\n", embedded_file, util::GetLastError());
+  bool Fail() const {
+    LOG_ERROR("Failed to read %s: %s\n", name_, util::GetLastError());
     return false;
+  }
+
+  // Static, so that the size of the stack doesn't matter. Reading into an aligned block is twice as
+  // fast.
+  alignas(4096) static unsigned char block_[kBlockSize];
+
+  util::FileReader reader_;
+  string name_;
+  int64_t size_ = 0;
+  int64_t offset_ = 0;
+  size_t block_size_ = 0;
+};
+unsigned char FatBin::block_[kBlockSize];
+
+// The include file, removed again unless it is finished. Failures are logged.
+class IncludeFile {
+ public:
+  explicit IncludeFile(const string& name) : name_(name) {}
+  ~IncludeFile() {
+    if (s_unfinished.is_include_file_open) {
+      RemoveIncludeFile(name_.c_str(), true);
+    }
+    Forget();
+  }
+  IncludeFile(const IncludeFile&) = delete;
+  IncludeFile& operator=(const IncludeFile&) = delete;
+
+  bool Open() {
+    s_unfinished.include_file = name_.c_str();
+    if (!writer_.Open(name_, false)) {
+      Forget();
+      return Fail();
+    }
+    s_unfinished.is_include_file_open = true;
+    return true;
+  }
+
+  bool Write(const void* text, size_t size) { return writer_.Write(text, size) || Fail(); }
+  bool Write(const string& text) { return Write(text.data(), text.size()); }
+
+  bool Finish() {
+    if (!writer_.Close()) {
+      return Fail();
+    }
+    Forget();
+    return true;
+  }
+
+ private:
+  bool Fail() const {
+    LOG_ERROR("Failed to write %s: %s\n", name_, util::GetLastError());
+    return false;
+  }
+
+  static void Forget() {
+    s_unfinished.include_file = nullptr;
+    s_unfinished.is_include_file_open = false;
+  }
+
+  util::FileWriter writer_;
+  string name_;
+};
+
+// Writes the sixteen digits of a little-endian word, highest digit first. With eight bytes at a
+// time, formatting takes a tenth of what writing the text takes.
+void FormatWord(const unsigned char* bytes, char* digits) {
+  long long word;
+  memcpy(&word, bytes, kWordSize);
+  const __m128i low_half = _mm_set1_epi8(0x0f);
+  const __m128i value = _mm_cvtsi64_si128(__builtin_bswap64(word));
+  const __m128i low = _mm_and_si128(value, low_half);
+  const __m128i high = _mm_and_si128(_mm_srli_epi16(value, 4), low_half);
+  const __m128i halves = _mm_unpacklo_epi8(high, low);
+  const __m128i is_letter = _mm_cmpgt_epi8(halves, _mm_set1_epi8(9));
+  const __m128i letter_offset = _mm_and_si128(is_letter, _mm_set1_epi8('a' - '0' - 10));
+  const __m128i text = _mm_add_epi8(_mm_add_epi8(halves, _mm_set1_epi8('0')), letter_offset);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(digits), text);
+}
+
+// Writes a data line of `count` words to `end` and returns the new end.
+char* AppendDataLine(const unsigned char* words, size_t count, char* end) {
+  memcpy(end, kQuad, kQuadSize);
+  end += kQuadSize;
+  for (size_t i = 0; i < count; ++i) {
+    memcpy(end, "0x", 2);
+    FormatWord(words + i * kWordSize, end + 2);
+    end[kWordTextSize - 1] = ',';
+    end += kWordTextSize;
+  }
+  --end;  // no comma follows the last word
+  memcpy(end, kQuadEnd, kQuadEndSize);
+  return end + kQuadEndSize;
+}
+
+bool WriteDataLines(FatBin& fat_bin, IncludeFile& include_file) {
+  static char text[kLinesPerBlock * kLineSize];
+  for (size_t count; (count = fat_bin.GetBlockWordCount()) > 0;) {
+    char* end = text;
+    for (size_t i = 0; i < count; i += kWordsPerLine) {
+      end = AppendDataLine(fat_bin.GetBlock() + i * kWordSize, std::min(count - i, kWordsPerLine),
+                           end);
+    }
+    if (!include_file.Write(text, static_cast<size_t>(end - text)) || !fat_bin.ReadBlock()) {
+      return false;
+    }
   }
   return true;
 }
 
-// Bundles the image, if there is one, and embeds the fat binary, or the lack of one, if an include
-// file is wanted.
+// The content follows from the fat binary and the form alone. No date, path or host name gets in.
+bool WriteIncludeFile(const string& embedded_file, FatBin& fat_bin, bool is_link) {
+  const Form& form = kForms[is_link ? 1 : 0];
+  const string head = util::StrFormat(kHead, form.section_name, form.section_name);
+  const string tail = util::StrFormat(kTail, static_cast<int>(fat_bin.GetWordCount()), form.version,
+                                      form.prelinked);
+  IncludeFile include_file(embedded_file);
+  return include_file.Open() && include_file.Write(head) && WriteDataLines(fat_bin, include_file) &&
+         include_file.Write(tail) && include_file.Finish();
+}
+
+// ---------------------------------------------------------------------------------------------
+// The run
+
+// Bundles the image, if there is one. Writes the include file, if one is wanted: with the fat
+// binary, or without data if there is no image.
 bool CreateFatBin(const string& clang_path, const string& input_file, const string& create_file,
                   const string& embedded_file, const string& offload_arch, bool is_link,
                   bool verbose) {
-  FatBinWords words;
+  FatBin fat_bin;
   if (!create_file.empty() && !input_file.empty()) {
     if (!RunBundler(clang_path, input_file, create_file, offload_arch, verbose)) {
       return false;
@@ -428,15 +634,15 @@ bool CreateFatBin(const string& clang_path, const string& input_file, const stri
     if (embedded_file.empty()) {
       return true;
     }
-    if (!ReadFatBin(create_file, words)) {
+    if (!fat_bin.Open(create_file)) {
       return false;
     }
   }
-  return WriteIncludeFile(embedded_file, std::move(words), is_link);
+  return WriteIncludeFile(embedded_file, fat_bin, is_link);
 }
 
-// One run: true when all that was asked for has been done. A request for the version or for help
-// ends the process in here.
+// Returns whether all that was asked for has been done. A request for the version or for help ends
+// the process in here.
 bool DoMain(int argc, const char** argv) {
   util::SetLogProcessName();
   util::Options options(argc, argv);
@@ -474,8 +680,8 @@ bool DoMain(int argc, const char** argv) {
                       settings.offload_arch, settings.is_link, settings.is_verbose);
 }
 
-// Puts /dev/null where a standard stream is closed. The number would go to the next file that is
-// opened, and log lines would land in it.
+// Opens /dev/null for each standard stream that is closed. Otherwise the next file that is opened
+// would get its number, and log lines would go into that file.
 bool OpenStandardStreams() {
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) {
@@ -485,20 +691,7 @@ bool OpenStandardStreams() {
   return true;
 }
 
-// Makes a write to a broken pipe, or past the limit on the size of files, fail like any other: the
-// signals would end the run with the temporary file left behind. Handlers, as the bundler would
-// inherit the ignoring of a signal.
-void CatchWriteSignals() {
-  for (const int signal_number : {SIGPIPE, SIGXFSZ}) {
-    struct sigaction action = {};
-    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
-      action.sa_handler = [](int) {};
-      sigaction(signal_number, &action, nullptr);
-    }
-  }
-}
-
-// The last words of a run that an exception ended. Memory may be too short even for these.
+// Logs what ended the run. Memory may be too short even for that.
 void LogException(const char* what) {
   try {
     LOG_ERROR(string(what));
@@ -513,7 +706,7 @@ int main(int argc, const char** argv) {
   if (!OpenStandardStreams()) {
     return EXIT_FAILURE;
   }
-  CatchWriteSignals();
+  HandleSignals();
   try {
     return DoMain(argc, argv) ? EXIT_SUCCESS : EXIT_FAILURE;
   } catch (const std::exception& error) {
