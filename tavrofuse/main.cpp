@@ -208,7 +208,7 @@ bool MakeTemporaryName(const string& input_file, string& create_file) {
 // ---------------------------------------------------------------------------------------------
 // Unfinished work, and signals that end the run
 
-constexpr uint64_t kBundlerPatience = 250;  // milliseconds
+constexpr uint64_t kBundlerPatience = 600;  // milliseconds
 
 // What a run must not leave behind. A signal handler reads it at any moment, so the owners below
 // enter their work before they begin it, and take it out when it is finished.
@@ -410,15 +410,16 @@ asm(
 "fatbinData:\n"
 )";
 
-// A data line holds one to four words.
-constexpr char kQuad[] = R"(".quad )";
-constexpr char kWord[] = "0x0123456789abcdef,";
-constexpr char kQuadEnd[] = R"(\n"
+// A data line holds up to four words. With fewer, it is cut after the last one's digits.
+constexpr char kDataLine[] =
+    R"(".quad 0x0123456789abcdef,0x0123456789abcdef,0x0123456789abcdef,0x0123456789abcdef\n"
 )";
-constexpr size_t kQuadSize = sizeof(kQuad) - 1;
-constexpr size_t kWordTextSize = sizeof(kWord) - 1;
-constexpr size_t kQuadEndSize = sizeof(kQuadEnd) - 1;
-constexpr size_t kLineSize = kQuadSize + kWordsPerLine * kWordTextSize - 1 + kQuadEndSize;
+constexpr size_t kDataLineSize = sizeof(kDataLine) - 1;
+constexpr size_t kQuadSize = sizeof(R"(".quad )") - 1;
+constexpr size_t kWordTextSize = sizeof("0x0123456789abcdef,") - 1;
+constexpr char kDataLineEnd[] = R"(\n"
+)";
+constexpr size_t kDataLineEndSize = sizeof(kDataLineEnd) - 1;
 
 // The include file after its data lines: number of words, version, fourth member of the descriptor.
 constexpr char kTail[] = R"(".text\n");
@@ -579,28 +580,33 @@ void FormatWord(const unsigned char* bytes, char* digits) {
 
 // Writes a data line of `count` words to `end` and returns the new end.
 char* AppendDataLine(const unsigned char* words, size_t count, char* end) {
-  memcpy(end, kQuad, kQuadSize);
-  end += kQuadSize;
+  const size_t size = kQuadSize + count * kWordTextSize - 1;  // no comma follows the last word
+  memcpy(end, kDataLine, size);
   for (size_t i = 0; i < count; ++i) {
-    memcpy(end, "0x", 2);
-    FormatWord(words + i * kWordSize, end + 2);
-    end[kWordTextSize - 1] = ',';
-    end += kWordTextSize;
+    FormatWord(words + i * kWordSize, end + kQuadSize + i * kWordTextSize + 2);
   }
-  --end;  // no comma follows the last word
-  memcpy(end, kQuadEnd, kQuadEndSize);
-  return end + kQuadEndSize;
+  memcpy(end + size, kDataLineEnd, kDataLineEndSize);
+  return end + size + kDataLineEndSize;
+}
+
+// Writes the data lines of one block to `text` and returns their size.
+size_t FormatBlock(const unsigned char* words, size_t count, char* text) {
+  char* end = text;
+  size_t i = 0;
+  for (; i + kWordsPerLine <= count; i += kWordsPerLine) {
+    end = AppendDataLine(words + i * kWordSize, kWordsPerLine, end);
+  }
+  if (i < count) {
+    end = AppendDataLine(words + i * kWordSize, count - i, end);
+  }
+  return static_cast<size_t>(end - text);
 }
 
 bool WriteDataLines(FatBin& fat_bin, IncludeFile& include_file) {
-  static char text[kLinesPerBlock * kLineSize];
+  static char text[kLinesPerBlock * kDataLineSize];
   for (size_t count; (count = fat_bin.GetBlockWordCount()) > 0;) {
-    char* end = text;
-    for (size_t i = 0; i < count; i += kWordsPerLine) {
-      end = AppendDataLine(fat_bin.GetBlock() + i * kWordSize, std::min(count - i, kWordsPerLine),
-                           end);
-    }
-    if (!include_file.Write(text, static_cast<size_t>(end - text)) || !fat_bin.ReadBlock()) {
+    const size_t size = FormatBlock(fat_bin.GetBlock(), count, text);
+    if (!include_file.Write(text, size) || !fat_bin.ReadBlock()) {
       return false;
     }
   }

@@ -105,9 +105,10 @@ class Process {
   /// may call it whatever this object is doing in the interrupted thread, and must not return
   /// there.
   ///
-  /// Sends SIGTERM, discards output until the child and all that it has started have closed it,
-  /// then sends signal 9 and collects the child. Does nothing without a child. \param patience  How
-  /// long to wait for the output to be closed, in milliseconds.
+  /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; collects
+  /// the child. Discards output until the child and all that it has started have closed it, so that
+  /// none of them is writing files any more. Does nothing without a child. \param patience  How
+  /// long to wait for that, in milliseconds.
   void Stop(uint64_t patience);
 
  private:

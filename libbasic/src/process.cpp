@@ -266,6 +266,9 @@ uint64_t GetUptime() {
 
 // Waits until all writers have closed the pipe, for `limit` milliseconds at most.
 void DiscardOutput(int pipe_id, uint64_t limit) {
+  if (pipe_id < 1) {
+    return;
+  }
   char bytes[kChunkSize];
   const uint64_t end = GetUptime() + limit;
   for (uint64_t now = GetUptime(); now < end; now = GetUptime()) {
@@ -342,13 +345,13 @@ void Process::Stop(uint64_t patience) {
   if (is_running) {
     kill(pid_, SIGTERM);
   }
-  if (pipe_id_ > 0) {
-    DiscardOutput(pipe_id_, patience);
-  }
-  if (is_running) {
+  DiscardOutput(pipe_id_, patience / 2);
+  if (is_running && IsRunning()) {
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
+  // What the child has started may still be writing files.
+  DiscardOutput(pipe_id_, patience / 2);
 }
 
 ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_child) {
