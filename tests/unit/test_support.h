@@ -49,7 +49,26 @@ inline void ExpectPairs(const std::vector<std::pair<std::string, std::string>>& 
   for (const auto& [actual, expected] : pairs) EXPECT_EQ(actual, expected);
 }
 
-/// Runs `body` in `count` processes at the same time and tells whether all expectations held there.
+/// Runs `body` in `count` child processes at the same time. A child prints its failed expectations
+/// itself; the test here then fails as well.
+inline void InFork(const std::function<void()>& body, int count = 1) noexcept {
+  fflush(nullptr);
+  for (int i = 0; i < count; ++i) {
+    if (fork() == 0) {
+      body();
+      fflush(nullptr);
+      _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+  }
+  int children = 0;
+  for (int status = 0; wait(&status) > 0; ++children) {
+    EXPECT_FALSE(WIFSIGNALED(status)) << "a child was ended by signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "expectations failed in a child, see above";
+  }
+  EXPECT_EQ(children, count);
+}
+
+/// As above, for `EXPECT_TRUE`: tells whether all expectations held there.
 inline bool HoldsInFork(const std::function<void()>& body, int count = 1) noexcept {
   fflush(nullptr);
   for (int i = 0; i < count; ++i) {
