@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 /// \file
@@ -45,7 +46,9 @@ std::string StrFormat(const char* format, ...) __attribute__((format(printf, 1, 
 /// arguments.
 template <typename T>
 std::enable_if_t<std::is_integral_v<T> || std::is_null_pointer_v<T>, std::string> StrFormat(
-    const char* format, T value);
+    const char* format, T value) {
+  return static_cast<std::string (*)(const char*, ...)>(StrFormat)(format, value);
+}
 
 /// As above, on a list of arguments. `ap` is used up: the caller may only `va_end` it.
 std::string StrFormat(const char* format, va_list ap) __attribute__((format(printf, 1, 0)));
@@ -53,11 +56,27 @@ std::string StrFormat(const char* format, va_list ap) __attribute__((format(prin
 /// As above, with the format in a string.
 std::string StrFormat(const std::string& format, va_list ap);
 
-/// As above, with the format in a string and the arguments in the call. A template, because a
-/// variadic function must not start its list behind a parameter that is a reference.
+/// The result of a form that takes what converts to a string, such as `std::filesystem::path`. What
+/// converts to a `const char*` as well has forms of its own.
+template <typename String>
+using FormatResult = std::enable_if_t<std::is_convertible_v<String, const std::string&> &&
+                                          !std::is_convertible_v<String, const char*>,
+                                      std::string>;
+
+/// As above, with the format in what converts to a string.
+template <typename String>
+FormatResult<String> StrFormat(String&& format, va_list ap) {
+  const std::string& text = std::forward<String>(format);
+  return StrFormat(text, ap);
+}
+
+/// As above, with the arguments in the call. A template, because a variadic function must not start
+/// its list after a parameter that is a reference.
 template <typename String, typename... Args>
-std::enable_if_t<std::is_same_v<String, std::string>, std::string> StrFormat(const String& format,
-                                                                             Args... args);
+FormatResult<String> StrFormat(String&& format, Args... args) {
+  const std::string& text = std::forward<String>(format);
+  return static_cast<std::string (*)(const char*, ...)>(StrFormat)(text.c_str(), args...);
+}
 
 /// Splits text at each occurrence of a delimiter. Empty pieces are dropped, so that leading,
 /// trailing and repeated delimiters yield nothing; text without the delimiter yields itself.
@@ -166,25 +185,6 @@ bool IsSupportCallStack();
 void PreferHugePages(void* buffer, size_t size);
 
 /// \}
-
-template <typename String, typename... Args>
-std::enable_if_t<std::is_same_v<String, std::string>, std::string> StrFormat(const String& format,
-                                                                             Args... args) {
-  const auto format_list = [](const char* fmt, ...) {
-    va_list ap;
-    va_start(ap, fmt);
-    std::string text = StrFormat(fmt, ap);
-    va_end(ap);
-    return text;
-  };
-  return format_list(format.c_str(), args...);
-}
-
-template <typename T>
-std::enable_if_t<std::is_integral_v<T> || std::is_null_pointer_v<T>, std::string> StrFormat(
-    const char* format, T value) {
-  return StrFormat(std::string(format), value);
-}
 
 }  // namespace util
 
