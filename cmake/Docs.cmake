@@ -1,4 +1,4 @@
-# The target `docs`: the library's reference, as HTML below docs/html of the build folder. Any
+# The target `tavrofuse_docs`: the library's reference, as HTML below docs/html of the build folder. Any
 # warning fails it, so that no public operation goes without its comment.
 
 find_package(Doxygen)
@@ -7,7 +7,7 @@ if(NOT DOXYGEN_FOUND)
 endif()
 
 set(DOXYGEN_PROJECT_NAME libbasic)
-get_target_property(DOXYGEN_PROJECT_NUMBER basic VERSION)
+get_target_property(DOXYGEN_PROJECT_NUMBER libbasic VERSION)
 set(DOXYGEN_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/docs")
 set(DOXYGEN_STRIP_FROM_PATH "${PROJECT_SOURCE_DIR}/libbasic/include")
 set(DOXYGEN_STRIP_FROM_INC_PATH "${PROJECT_SOURCE_DIR}/libbasic/include")
@@ -23,6 +23,6 @@ set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
 set(DOXYGEN_GENERATE_LATEX NO)
 set(DOXYGEN_HAVE_DOT NO)
 
-doxygen_add_docs(docs
+doxygen_add_docs(tavrofuse_docs
   "${PROJECT_SOURCE_DIR}/libbasic/include"
   "${PROJECT_SOURCE_DIR}/docs/libbasic.md")

@@ -12,11 +12,11 @@ set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/include")
 file(CREATE_LINK "${CMAKE_CURRENT_LIST_DIR}/include"
   "${CMAKE_CURRENT_BINARY_DIR}/include/libbasic" SYMBOLIC)
-target_include_directories(basic INTERFACE
+target_include_directories(libbasic INTERFACE
   $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}/include>)
 
-set_target_properties(basic PROPERTIES EXPORT_NAME libbasic VERSION "${libbasic_VERSION}")
-install(TARGETS basic EXPORT libbasic
+set_target_properties(libbasic PROPERTIES EXPORT_NAME libbasic VERSION "${libbasic_VERSION}")
+install(TARGETS libbasic EXPORT libbasic
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libbasic
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(DIRECTORY "${CMAKE_CURRENT_LIST_DIR}/include/"
