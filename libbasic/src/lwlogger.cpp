@@ -18,13 +18,13 @@ constexpr size_t kLineReserve = 1024;
 constexpr size_t kAssistHeaderSize = 4096;
 constexpr size_t kHostNameSize = 1024;
 constexpr int64_t kLogFileSizeLimit = 64 * 1024 * 1024;
-constexpr long kMillisecondsPerSecond = 1000;
+constexpr long kMillisecondsInSecond = 1000;
 constexpr long kNanosecondsPerMillisecond = 1000000;
 
 std::string GetProcessName() { return Path::GetLastName(Path::GetProcessPath()); }
 
 long GetChangeTime(const struct stat& status) {
-  return status.st_ctim.tv_sec * kMillisecondsPerSecond +
+  return status.st_ctim.tv_sec * kMillisecondsInSecond +
          status.st_ctim.tv_nsec / kNanosecondsPerMillisecond;
 }
 
