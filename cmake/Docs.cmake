@@ -1,8 +1,9 @@
-# The target `tavrofuse_docs`: the library's reference, as HTML below docs/html of the build folder. Any
-# warning fails it, so that no public operation goes without its comment.
+# The target tavrofuse_docs: the library's reference, as HTML below docs/html of the build folder.
+# Any warning fails it, so that no public operation goes without its comment.
 
-find_package(Doxygen)
+find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
+  leave_out("reference documentation" "needs Doxygen")
   return()
 endif()
 

@@ -34,7 +34,3 @@ foreach(example IN ITEMS
   install(FILES "${PROJECT_SOURCE_DIR}/examples/${example}"
     DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples/${folder}" COMPONENT tavrofuse)
 endforeach()
-
-# Projects that take in this source tree use the tool like those that find the package.
-add_executable(tavrofuse::tavrofuse ALIAS tavrofuse)
-include("${PROJECT_SOURCE_DIR}/cmake/TavrofuseEmbed.cmake")

@@ -8,13 +8,6 @@ set(templates "${CMAKE_CURRENT_LIST_DIR}/../cmake")
 set(package_dir "${CMAKE_INSTALL_LIBDIR}/cmake/libbasic")
 set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
-# Projects that take in this source tree write <libbasic/...> like those that use the installed one.
-file(MAKE_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}/include")
-file(CREATE_LINK "${CMAKE_CURRENT_LIST_DIR}/include"
-  "${CMAKE_CURRENT_BINARY_DIR}/include/libbasic" SYMBOLIC)
-target_include_directories(libbasic INTERFACE
-  $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}/include>)
-
 set_target_properties(libbasic PROPERTIES EXPORT_NAME libbasic VERSION "${libbasic_VERSION}")
 install(TARGETS libbasic EXPORT libbasic
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libbasic

@@ -1,0 +1,21 @@
+# What all targets of the project are compiled with, by way of tavrofuse_build; what others link does
+# not inherit it.
+
+add_library(tavrofuse_build INTERFACE)
+target_compile_features(tavrofuse_build INTERFACE cxx_std_17)
+target_compile_options(tavrofuse_build INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${TAVROFUSE_WERROR}>:-Werror>
+  # Log lines carry __FILE__: the same source gives the same bytes, wherever it is built.
+  "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+target_link_options(tavrofuse_build INTERFACE LINKER:-z,relro,-z,now)
+
+# Protections that the flags of whoever builds don't mention. Options of a target come after those
+# flags, and would override them.
+if(NOT CMAKE_CXX_FLAGS MATCHES "stack-protector")
+  target_compile_options(tavrofuse_build INTERFACE -fstack-protector-strong)
+endif()
+if(NOT "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_RELEASE}" MATCHES "_FORTIFY_SOURCE")
+  target_compile_options(tavrofuse_build INTERFACE
+    "$<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+endif()
