@@ -1,4 +1,4 @@
-# The man page, made from docs/tavrofuse.1.in, and the completion for bash.
+# The man page, made from docs/tavrofuse.1.in, and the completion for shells.
 
 include(GNUInstallDirs)
 
@@ -22,3 +22,7 @@ install(FILES "${TAVROFUSE_MANUAL}"
   DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tavrofuse)
 install(FILES "${PROJECT_SOURCE_DIR}/completions/tavrofuse"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tavrofuse)
+install(FILES "${PROJECT_SOURCE_DIR}/completions/_tavrofuse"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" COMPONENT tavrofuse)
+install(FILES "${PROJECT_SOURCE_DIR}/completions/tavrofuse.fish"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tavrofuse)
