@@ -1,109 +1,197 @@
 #include "file.h"
 
+#include "faults.h"
 #include "test_support.h"
 
 namespace {
 
 using util::File;
+using util::FileHandler;
+using util::GetLastError;
 using FileTest = FolderTest;
 
-TEST_F(FileTest, FailuresAreToldByResultAndText) {
-  const std::string dir = At("dir");
-  fs::create_directory(dir);
-  const std::string src = Make("dir/src", "abc");
-  const std::string dst = Make("dst", "kept");
-  const std::string none = At("none");
-  const std::string gone = "No such file or directory";
-  const std::string full = "write file: No space left on device";
-  const uint8_t byte = 7;
-  uint8_t* bin = nullptr;
-  std::string text = "old";
-  const std::pair<std::function<bool()>, std::string> cases[] = {
-      {[&] { return File(none).ReadText(text); }, "open file: " + gone},
-      {[&] { return File("").ReadText(text); }, "open file: invalid input paramters"},
-      {[&] { return File(dir).ReadText(text); }, "read file: Is a directory"},
-      {[&] { return File("/dev/full").WriteText("x", true); }, full},
-      {[&] { return File("/dev/full").WriteText(std::string(99999, 'x'), false); }, full},
-      {[&] { return File(none).ReadBinary(bin) != -1; }, "stat64: " + gone},
-      {[&] { return File("").ReadBinary(bin) != -1; }, "the file string is empty"},
-      {[&] { return File(dir).ReadBinary(bin) != -1; }, "read file: Is a directory"},
-      {[&] { return File(none).WriteBinary(&byte, 0, false); }, "invalid binary size"},
-      {[&] { return File(none).WriteBinary(nullptr, 1, false); }, "invalid binary pointer"},
-      {[&] { return File::CopyFile(dst, none); }, "open file '" + none + "': " + gone},
-      {[&] { return File::CopyFile(dir, src); }, "open file '" + dir + "': Is a directory"},
-      {[&] { return File::CopyFile("/dev/full", src); }, full},
-      {[&] { return File::CopyFile(At("copy"), dir); }, "read file: Is a directory"},
-      {[&] { return File::DeleteFile(""); }, "invalid paramter"},
-      {[&] { return File::DeleteFile(dir); }, "remove: Directory not empty"}};
-  const auto open_before = CountOpenFiles();
-  for (const auto& [operation, reason] : cases) {
-    EXPECT_FALSE(operation()) << reason;
-    EXPECT_EQ(util::GetLastError(), reason);
+const std::string kGone = "No such file or directory";
+const std::string kFull = "No space left on device";
+
+struct FailingOperation {
+  std::string name;
+  std::function<bool()> operation;
+  std::string last_error;
+};
+
+void ExpectFailures(const std::vector<FailingOperation>& rows) {
+  const auto open_files = CountOpenFiles();
+  for (const FailingOperation& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_FALSE(row.operation());
+    EXPECT_EQ(GetLastError(), row.last_error);
   }
-  EXPECT_EQ(CountOpenFiles(), open_before);
-  EXPECT_TRUE(bin == nullptr && text == "old" && ReadAll(dst) == "kept" && !fs::exists(none));
+  EXPECT_EQ(CountOpenFiles(), open_files);
+}
+
+TEST_F(FileTest, FailureToReadHasAReasonAndChangesNothing) {
+  const std::string folder = At("folder");
+  fs::create_directory(folder);
+  uint8_t* bin = nullptr;
+  std::string text = "before";
+  const auto reads_bytes = [&bin](const std::string& file) {
+    return File(file).ReadBinary(bin) >= 0;
+  };
+  ExpectFailures({
+      {"text, missing", [&] { return File(At("none")).ReadText(text); }, "open file: " + kGone},
+      {"text, no path", [&] { return File("").ReadText(text); },
+       "open file: invalid input paramters"},
+      {"text, folder", [&] { return File(folder).ReadText(text); }, "read file: Is a directory"},
+      {"bytes, missing", [&] { return reads_bytes(At("none")); }, "stat64: " + kGone},
+      {"bytes, no path", [&] { return reads_bytes(""); }, "the file string is empty"},
+      {"bytes, folder", [&] { return reads_bytes(folder); }, "read file: Is a directory"},
+  });
+  const Fault fault("fopen", EACCES);
+  ExpectFailures({{"bytes, locked", [&] { return reads_bytes(Make("locked", "")); },
+                   "open file: Permission denied"}});
+  EXPECT_EQ(bin, nullptr);
+  EXPECT_EQ(text, "before");
+}
+
+TEST_F(FileTest, FailureToWriteOrCopyOrDeleteHasAReason) {
+  const std::string folder = At("folder");
+  fs::create_directory(folder);
+  const std::string source = Make("folder/source", "abc");
+  const std::string kept = Make("kept", "kept");
+  const uint8_t byte = 7;
+  ExpectFailures({
+      {"append to a full disk", [] { return File("/dev/full").WriteText("x", true); },
+       "write file: " + kFull},
+      {"large text to a full disk",
+       [] { return File("/dev/full").WriteText(std::string(99999, 'x'), false); },
+       "write file: " + kFull},
+      {"no bytes", [&] { return File(At("new")).WriteBinary(&byte, 0, false); },
+       "invalid binary size"},
+      {"null bytes", [&] { return File(At("new")).WriteBinary(nullptr, 1, false); },
+       "invalid binary pointer"},
+      {"copy of a missing file", [&] { return File::CopyFile(kept, At("none")); },
+       "open file '" + At("none") + "': " + kGone},
+      {"copy to a folder", [&] { return File::CopyFile(folder, source); },
+       "open file '" + folder + "': Is a directory"},
+      {"copy to a full disk", [&] { return File::CopyFile("/dev/full", source); },
+       "write file: " + kFull},
+      {"copy of a folder", [&] { return File::CopyFile(At("copy"), folder); },
+       "read file: Is a directory"},
+      {"delete without a path", [] { return File::DeleteFile(""); }, "invalid paramter"},
+      {"delete a full folder", [&] { return File::DeleteFile(folder); },
+       "remove: Directory not empty"},
+  });
+  const Fault fault("fclose", EDQUOT);
+  ExpectFailures({
+      {"text, closing fails", [&] { return File(At("closed")).WriteText("x", false); },
+       "close file: Disk quota exceeded"},
+      {"copy, closing fails", [&] { return File::CopyFile(At("closed"), source); },
+       "close file: Disk quota exceeded"},
+  });
+  EXPECT_EQ(ReadAll(kept), "kept");
+  EXPECT_FALSE(fs::exists(At("new")));
 }
 
 TEST_F(FileTest, TextIsWrittenWholeAndReadUpToAZeroByteInEachChunk) {
   const std::string chunk(4095, 'y');
-  const std::string begin = std::string("head").append(1, '\0').append(4090, 'x') + chunk;
+  std::string written = std::string("head").append(1, '\0').append(4090, 'x') + chunk;
+  std::string expected = "before head" + chunk;
+  for (int i = 0; i < 100; ++i) {  // more than is read at once
+    written += chunk;
+    expected += chunk;
+  }
   const std::string end("tail\0lost", 9);
   File file(Make("file", "old"));
-  EXPECT_TRUE(file.WriteText(begin, false) && file.WriteText(end, true));
-  EXPECT_TRUE(ReadAll(At("file")) == begin + end);
+  EXPECT_TRUE(file.WriteText(written, false));
+  EXPECT_TRUE(file.WriteText(end, true));
+  EXPECT_EQ(FirstDifference(ReadAll(At("file")), written + end), kNone);
   std::string text = "before ";
-  EXPECT_TRUE(file.ReadText(text) && text == "before head" + chunk + "tail") << text;
-  EXPECT_TRUE(file.WriteText("", false) && File::GetFileSize(At("file")) == 0);
+  EXPECT_TRUE(file.ReadText(text));
+  EXPECT_EQ(FirstDifference(text, expected + "tail"), kNone);
+  EXPECT_TRUE(file.WriteText("", false));
+  EXPECT_EQ(File::GetFileSize(At("file")), 0);
 }
 
-TEST_F(FileTest, ReadBinaryReadsOnceAndUpToTheSizeAtTheStart) {
+TEST_F(FileTest, TextReadBeforeAnErrorIsKept) {
+  File file(Make("file", "the first bytes"));
+  std::string text;
+  const Fault fault("fread", EIO);
+  EXPECT_FALSE(file.ReadText(text));
+  EXPECT_EQ(GetLastError(), "read file: Input/output error");
+  EXPECT_EQ(text, "the first bytes");
+}
+
+TEST_F(FileTest, BytesAreReadOnceAndUpToTheSizeAtTheStart) {
   const std::string content = "a" + std::string(300000, '\0') + "z";
-  const auto* bytes = reinterpret_cast<const uint8_t*>(content.data());
-  File file(At("file"));
+  File file(Make("file", content));
   uint8_t* bin = nullptr;
-  EXPECT_EQ(file.ReadBinary(bin), -1);
-  EXPECT_TRUE(file.WriteBinary(bytes, 300002, false) && file.WriteBinary(bytes, 1, true));
-  for (int i = 0; i < 2; ++i) {
-    ASSERT_EQ(file.ReadBinary(bin), 300003);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(bin), 300003), content + "a");
-    EXPECT_TRUE(File(At("file")).WriteBinary(bytes, 5, false));
+  for (const std::string when : {"first read", "file changed since"}) {
+    SCOPED_TRACE(when);
+    ASSERT_EQ(file.ReadBinary(bin), 300002);
+    EXPECT_EQ(FirstDifference({reinterpret_cast<char*>(bin), 300002}, content), kNone);
+    Make("file", "changed");
   }
-  EXPECT_EQ(ReadAll(At("file")), content.substr(0, 5));
-  // This file has the size 0 and bytes to read, like one that grows meanwhile.
-  File growing("/proc/self/maps");
+  File growing("/proc/self/maps");  // its size is 0, but there are bytes to read
   bin = nullptr;
-  EXPECT_TRUE(growing.ReadBinary(bin) == 0 && bin != nullptr);
+  EXPECT_EQ(growing.ReadBinary(bin), 0);
+  EXPECT_NE(bin, nullptr);
+  File ends_early("/sys/kernel/mm/transparent_hugepage/enabled");  // its size is a page
+  EXPECT_GT(File::GetFileSize("/sys/kernel/mm/transparent_hugepage/enabled"), 100);
+  EXPECT_LT(ends_early.ReadBinary(bin), 100);
 }
 
-TEST_F(FileTest, CopyGoesFromTheSecondToTheFirstAndDeleteMissesNothing) {
-  const std::string content = std::string(9000, '\0') + "end";
+TEST_F(FileTest, BytesReplaceOrFollowTheContent) {
+  const uint8_t bytes[] = {'a', '\0', 'z'};
+  File file(Make("file", "longer than that"));
+  EXPECT_TRUE(file.WriteBinary(bytes, 3, false));
+  EXPECT_TRUE(file.WriteBinary(bytes, 1, true));
+  EXPECT_EQ(ReadAll(At("file")), std::string("a\0za", 4));
+}
+
+TEST_F(FileTest, CopyGoesFromTheSecondToTheFirst) {
+  const std::string content = std::string(900000, '\0') + "end";
   EXPECT_TRUE(File::CopyFile(Make("copy", content + "longer"), Make("source", content)));
-  EXPECT_TRUE(ReadAll(At("copy")) == content && ReadAll(At("source")) == content);
-  fs::create_directory(At("dir"));
-  for (const std::string& path : {At("copy"), At("dir"), At("missing")})
-    EXPECT_TRUE(File::DeleteFile(path) && !fs::exists(path));
+  EXPECT_EQ(FirstDifference(ReadAll(At("copy")), content), kNone);
+  EXPECT_EQ(FirstDifference(ReadAll(At("source")), content), kNone);
+}
+
+TEST_F(FileTest, DeletingLeavesNothingAtThePath) {
+  fs::create_directory(At("folder"));
+  for (const std::string& path : {Make("file", ""), At("folder"), At("missing")}) {
+    SCOPED_TRACE(path);
+    EXPECT_TRUE(File::DeleteFile(path));
+    EXPECT_FALSE(fs::exists(path));
+  }
 }
 
 TEST_F(FileTest, HandlerHoldsOneStreamAndOneDescriptor) {
-  const auto open_before = CountOpenFiles();
-  auto handler = std::make_unique<util::FileHandler>();
-  const auto open = [&](const char* path, const char* mode) {
-    mode == nullptr ? static_cast<void>(handler->Open(path, O_RDONLY))
-                    : static_cast<void>(handler->Open(path, mode));
-    return handler->GetError() + " " + std::to_string(CountOpenFiles() - open_before);
-  };
-  ExpectPairs({{open("/", nullptr), " 1"},
-               {open("/", "r"), " 2"},
-               {open("/", nullptr), " 2"},
-               {open("", nullptr), "invalid input paramter 1"},
-               {open("", "r"), "invalid input paramters 0"},
-               {open("none", "r"), "No such file or directory 0"},
-               {open("/", nullptr), " 1"}});
-  fputs("x", handler->Open("/dev/full", "w"));
-  EXPECT_EQ(handler->CloseHandle(), ENOSPC);
-  EXPECT_EQ(open("/", "r"), " 2");
+  const auto before = CountOpenFiles();
+  auto handler = std::make_unique<FileHandler>();
+  EXPECT_GE(handler->Open("/", O_RDONLY), 0);
+  EXPECT_NE(handler->Open("/", "r"), nullptr);
+  EXPECT_EQ(CountOpenFiles(), before + 2);
+  EXPECT_GE(handler->Open("/", O_RDONLY), 0);
+  EXPECT_EQ(CountOpenFiles(), before + 2) << "the descriptor is replaced";
   handler.reset();
-  EXPECT_EQ(CountOpenFiles(), open_before);
+  EXPECT_EQ(CountOpenFiles(), before);
+}
+
+TEST_F(FileTest, HandlerTellsWhyItCouldNotOpen) {
+  FileHandler handler;
+  EXPECT_EQ(handler.Open("", O_RDONLY), -1);
+  EXPECT_EQ(handler.GetError(), "invalid input paramter");
+  EXPECT_EQ(handler.Open("", "r"), nullptr);
+  EXPECT_EQ(handler.GetError(), "invalid input paramters");
+  EXPECT_EQ(handler.Open("/", nullptr), nullptr);
+  EXPECT_EQ(handler.GetError(), "invalid input paramters");
+  EXPECT_EQ(handler.Open(At("none"), O_RDONLY), -1);
+  EXPECT_EQ(handler.GetError(), kGone);
+  EXPECT_EQ(handler.Open(At("none"), "r"), nullptr);
+  EXPECT_EQ(handler.GetError(), kGone);
+  EXPECT_NE(handler.Open("/", "r"), nullptr);
+  EXPECT_EQ(handler.GetError(), "");
+  fputs("x", handler.Open("/dev/full", "w"));
+  EXPECT_EQ(handler.CloseHandle(), ENOSPC);
 }
 
 }  // namespace

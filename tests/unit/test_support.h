@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -40,6 +41,16 @@ inline std::string ReadAll(const std::string& file) {
   std::ostringstream content;
   content << std::ifstream(file).rdbuf();
   return content.str();
+}
+
+/// Tells where two long texts begin to differ, without printing all of them.
+constexpr char kNone[] = "nowhere";
+inline std::string FirstDifference(const std::string& actual, const std::string& expected) {
+  if (actual == expected) return kNone;
+  size_t at = 0;
+  while (at < actual.size() && at < expected.size() && actual[at] == expected[at]) ++at;
+  return "at byte " + std::to_string(at) + " of " + std::to_string(actual.size()) + ": \"" +
+         actual.substr(at, 20) + "\" in place of \"" + expected.substr(at, 20) + "\"";
 }
 
 inline auto CountOpenFiles() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
