@@ -114,7 +114,9 @@ void AddStrings() {
   AddCalls(
       "ReplaceAll, 10000 occurrences",
       [] { DoNotOptimize(util::ReplaceAll(few, "@name@", "a longer value")); },
-      [] { DoNotOptimize(absl::StrReplaceAll(few, {{"@name@", "a longer value"}})); });
+      [] {
+        DoNotOptimize(absl::StrReplaceAll(few, {{"@name@", "a longer value"}}));
+      });
   AddCalls(
       "ReplaceAll, ten times as many",
       [] { DoNotOptimize(util::ReplaceAll(many, "@name@", "a longer value")); },
@@ -122,23 +124,16 @@ void AddStrings() {
 #endif
 }
 
-struct FileLogger : util::LwLogger {
-  FileLogger() {
-    SetLogDirectory(InFolder("."));
-    SetLogFileNamePrefix("libbasic");
-    SetLogAssistInfo();
-    SetLogToFile();
-  }
-  ~FileLogger() override { RollLogFile(InFolder("."), 1); }
-};
-
 void AddLog() {
 #ifdef HAS_SPDLOG
   const auto own = [](benchmark::State& state) {
-    FileLogger logger;
+    util::LwLogger& logger = util::LwLogger::GetLogger();
+    logger.SetLogDirectory(InFolder("."));
+    logger.SetLogAssistInfo();
+    logger.SetLogToFile();
     const string path = "/home/somebody/project/dev.o";
     for (auto _ : state) {
-      logger.Write(util::kLogInfo, __LINE__, __FILE__, "Failed to read %s: %d\n", path, 7);
+      LOG_INFO("Failed to read %s: %d\n", path, 7);
     }
   };
   const auto peer = [](benchmark::State& state) {

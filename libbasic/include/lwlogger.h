@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <mutex>
 #include <string>
+#include <type_traits>
 
 /// \file
 /// The process-wide logger and the `LOG_` macros that write to it.
@@ -26,7 +26,8 @@ enum LogLevel {
 };
 
 /// The one channel through which a program speaks: errors, and its ordinary output too. There is
-/// one logger in a process, got with `GetLogger`; it lives from the first use to process exit.
+/// one logger in a process, got with `GetLogger`. A program may log from its first to its last
+/// instruction: also while globals are constructed and destroyed.
 ///
 /// A line is an optional assist header, the level's prefix ("fatal: ", "error: " or "warning: ",
 /// with the process name and a blank ahead of it if that is on; nothing for the other levels) and
@@ -43,7 +44,8 @@ enum LogLevel {
 /// there.
 class LwLogger {
  public:
-  /// Returns the process's logger. Safe against concurrent first calls.
+  /// Returns the process's logger, which the first call makes. Safe against concurrent first calls.
+  /// Normal process exit closes its log file; lines that are logged after that go to the console.
   static LwLogger& GetLogger();
 
   /// Closes the log file.
@@ -111,10 +113,11 @@ class LwLogger {
   void Write(LogLevel log_level, int line, const char* file, const std::string& info);
 
   /// Writes a text formatted as `printf` does, except that a `std::string` can stand against a
-  /// `%s`. The compiler doesn't check the values. A null or empty format writes nothing.
+  /// `%s`. The compiler doesn't check the values. A null or empty format writes nothing. The values
+  /// are taken as copies, so that a constant needs no definition.
   /// \param line, file  The place of the call, for the assist header; `file` is not null.
   template <typename... Args>
-  void Write(LogLevel log_level, int line, const char* file, const char* fmt, const Args&... args) {
+  void Write(LogLevel log_level, int line, const char* file, const char* fmt, Args... args) {
     WriteSync(log_level, line, file, fmt, CvtString(args)...);
   }
 
@@ -143,17 +146,22 @@ class LwLogger {
   void RollLogFile(const std::string& dir, int max_file_cnt);
 
  private:
+  template <typename... Args>
+  friend class LogCall;
+
   bool IsOff(LogLevel log_level) const { return log_level_ < log_level; }
-  void WriteMessage(LogLevel log_level, int line, const char* file, const std::string& message);
-  std::string GetAssistHeader(LogLevel log_level, int line, const char* file) const;
-  std::string GetPrefix(LogLevel log_level) const;
+  void WriteLine(LogLevel log_level, const std::string& log_info);
+  std::string GetLineStart(LogLevel log_level, int line, const char* file) const;
+  void AppendAssistHeader(LogLevel log_level, int line, const char* file,
+                          std::string& header) const;
+  void AppendPrefix(LogLevel log_level, std::string& text) const;
   std::string GetNamePrefix() const;
   void OpenLogFile();
+  void CloseLogFile();
   void WriteToFile(const std::string& log_info);
   void WriteToConsole(LogLevel log_level, const std::string& log_info);
 
   static thread_local int thread_id_;
-  static const std::map<LogLevel, std::string> log_level_map_;
 
   bool is_log_to_file_;
   bool is_log_assist_info_;
@@ -168,6 +176,27 @@ class LwLogger {
   std::string log_file_name_prefix_;
   std::mutex access_lock_;
 };
+
+/// A call of a `LOG_` macro. Argument deduction for the class only looks at the values. Then a
+/// string goes in by reference, which spares a copy; anything else goes in by value, so that a
+/// constant needs no definition.
+template <typename... Args>
+class LogCall {
+ public:
+  /// Writes a text formatted as `printf` does.
+  LogCall(LogLevel log_level, int line, const char* file, const char* fmt,
+          std::conditional_t<std::is_class_v<Args>, const Args&, Args>... args) {
+    LwLogger::GetLogger().WriteSync(log_level, line, file, fmt, LwLogger::CvtString(args)...);
+  }
+
+  /// Writes finished text.
+  LogCall(LogLevel log_level, int line, const char* file, const std::string& info) {
+    LwLogger::GetLogger().Write(log_level, line, file, info);
+  }
+};
+
+template <typename... Args>
+LogCall(LogLevel, int, const char*, const char*, Args...) -> LogCall<Args...>;
 
 /// Calls `SetLogProcessName` of the process's logger.
 inline void SetLogProcessName() { LwLogger::GetLogger().SetLogProcessName(); }
@@ -185,21 +214,21 @@ inline void SetLogLevel(const std::string& log_level) {
 /// macros of the same names; a source can use one of the two headers.
 /// \{
 
-#define LOG_FATAL(...) LWLOGGER_WRITE(util::kLogFatal, __VA_ARGS__)      ///< At level fatal.
-#define LOG_ERROR(...) LWLOGGER_WRITE(util::kLogError, __VA_ARGS__)      ///< At level error.
-#define LOG_WARNING(...) LWLOGGER_WRITE(util::kLogWarning, __VA_ARGS__)  ///< At level warning.
-#define LOG_INFO(...) LWLOGGER_WRITE(util::kLogInfo, __VA_ARGS__)        ///< At level info.
-#define LOG_DEBUG(...) LWLOGGER_WRITE(util::kLogDebug, __VA_ARGS__)      ///< At level debug.
-#define LOG_TRACE(...) LWLOGGER_WRITE(util::kLogTrace, __VA_ARGS__)      ///< At level trace.
+#define LOG_FATAL(...) LWLOGGER_WRITE(::util::kLogFatal, __VA_ARGS__)      ///< At level fatal.
+#define LOG_ERROR(...) LWLOGGER_WRITE(::util::kLogError, __VA_ARGS__)      ///< At level error.
+#define LOG_WARNING(...) LWLOGGER_WRITE(::util::kLogWarning, __VA_ARGS__)  ///< At level warning.
+#define LOG_INFO(...) LWLOGGER_WRITE(::util::kLogInfo, __VA_ARGS__)        ///< At level info.
+#define LOG_DEBUG(...) LWLOGGER_WRITE(::util::kLogDebug, __VA_ARGS__)      ///< At level debug.
+#define LOG_TRACE(...) LWLOGGER_WRITE(::util::kLogTrace, __VA_ARGS__)      ///< At level trace.
 
 /// \}
 
 /// What the macros above share.
-#define LWLOGGER_WRITE(level, ...)                                                 \
-  do {                                                                             \
-    if (util::LwLogger::GetLogger().GetLogLevel() >= (level)) {                    \
-      util::LwLogger::GetLogger().Write((level), __LINE__, __FILE__, __VA_ARGS__); \
-    }                                                                              \
+#define LWLOGGER_WRITE(level, ...)                                \
+  do {                                                            \
+    if (::util::LwLogger::GetLogger().GetLogLevel() >= (level)) { \
+      ::util::LogCall((level), __LINE__, __FILE__, __VA_ARGS__);  \
+    }                                                             \
   } while (false)
 
 #endif  // LIBBASIC_LWLOGGER_H_

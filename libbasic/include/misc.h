@@ -78,6 +78,10 @@ FormatResult<String> StrFormat(String&& format, Args... args) {
   return static_cast<std::string (*)(const char*, ...)>(StrFormat)(text.c_str(), args...);
 }
 
+/// Appends to `text` what `StrFormat` would return.
+void AppendFormat(std::string& text, const char* format, va_list ap)
+    __attribute__((format(printf, 2, 0)));
+
 /// Splits text at each occurrence of a delimiter. Empty pieces are dropped, so that leading,
 /// trailing and repeated delimiters yield nothing; text without the delimiter yields itself.
 ///
@@ -143,6 +147,9 @@ int64_t GetTimestamp();
 /// Returns the time of the clock as local time, such as "20250102_130405".
 /// \param with_usec  Whether the microseconds follow, as in "20250102_130405.52".
 std::string GetSystemTime(bool with_usec);
+
+/// Appends to `text` what `GetSystemTime` would return.
+void AppendSystemTime(std::string& text, bool with_usec);
 
 /// Returns `timestamp` as local time, such as "2025/01/02_13:04:05". For one thread at a time, as
 /// it uses `localtime`.

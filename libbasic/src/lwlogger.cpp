@@ -5,8 +5,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
 #include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <limits>
+#include <map>
 #include <memory>
+#include <string_view>
 
 #include "misc.h"
 #include "path.h"
@@ -15,11 +24,16 @@ namespace util {
 namespace {
 
 constexpr size_t kLineReserve = 1024;
-constexpr size_t kAssistHeaderSize = 4096;
+constexpr size_t kAssistHeaderLimit = 4094;
 constexpr size_t kHostNameSize = 1024;
 constexpr int64_t kLogFileSizeLimit = 64 * 1024 * 1024;
 constexpr long kMillisecondsInSecond = 1000;
 constexpr long kNanosecondsPerMillisecond = 1000000;
+
+// Indexed by level. Constants, as lines are logged before globals are constructed and after they
+// are destroyed.
+constexpr const char* kLevelNames[kLogEnd] = {"",     "fatal", "error", "warning",
+                                              "info", "debug", "trace"};
 
 std::string GetProcessName() { return Path::GetLastName(Path::GetProcessPath()); }
 
@@ -28,17 +42,37 @@ long GetChangeTime(const struct stat& status) {
          status.st_ctim.tv_nsec / kNanosecondsPerMillisecond;
 }
 
+void AppendNumber(std::string& text, int number) {
+  char digits[std::numeric_limits<int>::digits10 + 2];
+  text.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
+}
+
+// Returns whether all of the text was written.
+bool WriteAll(int fd, const char* text, size_t size) {
+  while (size > 0) {
+    const ssize_t count = write(fd, text, size);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count <= 0) {
+      return false;
+    }
+    text += count;
+    size -= static_cast<size_t>(count);
+  }
+  return true;
+}
+
 }  // namespace
 
 thread_local int LwLogger::thread_id_ = 0;
 
-const std::map<LogLevel, std::string> LwLogger::log_level_map_ = {
-    {kLogFatal, "fatal"}, {kLogError, "error"}, {kLogWarning, "warning"},
-    {kLogInfo, "info"},   {kLogDebug, "debug"}, {kLogTrace, "trace"},
-};
-
 LwLogger& LwLogger::GetLogger() {
-  static LwLogger logger;
+  // Never destroyed, as destructors of globals may log.
+  static LwLogger& logger = []() -> LwLogger& {
+    atexit([] { GetLogger().CloseLogFile(); });
+    return *new LwLogger;
+  }();
   return logger;
 }
 
@@ -52,24 +86,26 @@ LwLogger::LwLogger()
       log_file_fp_(nullptr),
       log_level_(kLogInfo) {}
 
-LwLogger::~LwLogger() {
-  if (log_file_fp_ != nullptr) {
-    fclose(log_file_fp_);
-    log_file_fp_ = nullptr;
-  }
-}
+LwLogger::~LwLogger() { CloseLogFile(); }
 
 void LwLogger::SetLogLevel(const std::string& log_level) {
-  for (const auto& [level, name] : log_level_map_) {
-    if (name == log_level) {
-      log_level_ = level;
+  for (int level = kLogFatal; level < kLogEnd; ++level) {
+    if (log_level == kLevelNames[level]) {
+      log_level_ = static_cast<LogLevel>(level);
     }
   }
 }
 
 void LwLogger::Write(LogLevel log_level, int line, const char* file, const std::string& info) {
-  if (!IsOff(log_level) && !info.empty()) {
-    WriteMessage(log_level, line, file, info);
+  if (IsOff(log_level) || info.empty()) {
+    return;
+  }
+  std::string log_info = GetLineStart(log_level, line, file);
+  if (log_info.empty()) {
+    // Not copied: it can be the whole output of another program.
+    WriteLine(log_level, info);
+  } else {
+    WriteLine(log_level, log_info += info);
   }
 }
 
@@ -77,66 +113,73 @@ void LwLogger::WriteSync(LogLevel log_level, int line, const char* file, const c
   if (IsOff(log_level) || fmt == nullptr || *fmt == '\0') {
     return;
   }
+  const int error = errno;
+  std::string log_info = GetLineStart(log_level, line, file);
+  errno = error;  // for a "%m"
   va_list ap;
   va_start(ap, fmt);
-  const std::string message = StrFormat(fmt, ap);
+  AppendFormat(log_info, fmt, ap);
   va_end(ap);
-  WriteMessage(log_level, line, file, message);
+  WriteLine(log_level, log_info);
 }
 
-void LwLogger::WriteMessage(LogLevel log_level, int line, const char* file,
-                            const std::string& message) {
+void LwLogger::WriteLine(LogLevel log_level, const std::string& log_info) {
+  const std::lock_guard<std::mutex> lock(access_lock_);
+  if (is_log_to_file_) {
+    WriteToFile(log_info);
+  }
+  if (!is_log_to_file_) {
+    WriteToConsole(log_level, log_info);
+  }
+}
+
+std::string LwLogger::GetLineStart(LogLevel log_level, int line, const char* file) const {
   std::string log_info;
   log_info.reserve(kLineReserve);
   if (is_log_assist_info_) {
-    log_info += GetAssistHeader(log_level, line, file);
+    AppendAssistHeader(log_level, line, file, log_info);
   }
-  log_info += GetPrefix(log_level);
-  // A message with nothing ahead of it is written as it is: it can be the whole output of another
-  // program, too large to be copied for nothing.
-  const bool is_bare = log_info.empty();
-  if (!is_bare) {
-    log_info += message;
-  }
-  const std::string& text = is_bare ? message : log_info;
-
-  const std::lock_guard<std::mutex> lock(access_lock_);
-  if (is_log_to_file_) {
-    WriteToFile(text);
-  }
-  if (!is_log_to_file_) {
-    WriteToConsole(log_level, text);
-  }
+  AppendPrefix(log_level, log_info);
+  return log_info;
 }
 
-std::string LwLogger::GetAssistHeader(LogLevel log_level, int line, const char* file) const {
+void LwLogger::AppendAssistHeader(LogLevel log_level, int line, const char* file,
+                                  std::string& header) const {
   if (thread_id_ == 0) {
     thread_id_ = static_cast<int>(syscall(SYS_gettid));
   }
-  std::string short_file = file;
-  const size_t path_length = log_project_path_.size();
-  if (path_length > 0 && short_file.find(log_project_path_) != std::string::npos) {
-    // The separator behind the path goes too; a file that is just the path has none.
-    short_file.erase(0, path_length + 1);
+  std::string_view short_file = file;
+  if (!log_project_path_.empty() && short_file.find(log_project_path_) != std::string_view::npos) {
+    // The separator after the path goes too; a file that is just the path has none.
+    short_file.remove_prefix(std::min(log_project_path_.size() + 1, short_file.size()));
   }
-  const std::string time_str = GetSystemTime(true);
-  const auto level = log_level_map_.find(log_level);
-  const char* level_name = level == log_level_map_.end() ? "" : level->second.c_str();
-  char output_str[kAssistHeaderSize] = {};
-  snprintf(output_str, sizeof(output_str) - 1, "[%s %d %s %s:%d] ", time_str.c_str(), thread_id_,
-           level_name, short_file.c_str(), line);
-  return output_str;
+  const bool has_name = log_level > kLogNone && log_level < kLogEnd;
+  header += '[';
+  AppendSystemTime(header, true);
+  header += ' ';
+  AppendNumber(header, thread_id_);
+  header += ' ';
+  header += has_name ? kLevelNames[log_level] : "";
+  header += ' ';
+  header += short_file;
+  header += ':';
+  AppendNumber(header, line);
+  header += "] ";
+  if (header.size() > kAssistHeaderLimit) {
+    header.resize(kAssistHeaderLimit);
+  }
 }
 
-std::string LwLogger::GetPrefix(LogLevel log_level) const {
+void LwLogger::AppendPrefix(LogLevel log_level, std::string& text) const {
   if (log_level < kLogFatal || log_level > kLogWarning) {
-    return {};
+    return;
   }
-  std::string prefix = is_log_process_name_ ? GetProcessName() : std::string();
-  if (!prefix.empty()) {
-    prefix += " ";
+  const std::string process_name = is_log_process_name_ ? GetProcessName() : std::string();
+  if (!process_name.empty()) {
+    text += process_name + " ";
   }
-  return prefix + log_level_map_.at(log_level) + ": ";
+  text += kLevelNames[log_level];
+  text += ": ";
 }
 
 void LwLogger::WriteToFile(const std::string& log_info) {
@@ -151,14 +194,13 @@ void LwLogger::WriteToFile(const std::string& log_info) {
   if (!is_log_to_file_) {
     return;
   }
-  const int count = fprintf(log_file_fp_, "%s", log_info.c_str());
-  if (count > 0) {
-    log_to_file_size_ += count;
-  }
-  // A full disk often shows only when the stream's buffer goes out.
-  if (count <= 0 || fflush(log_file_fp_) != 0) {
+  // Each line is to be seen at once, so the stream's buffer would only be a detour.
+  const size_t size = strlen(log_info.c_str());
+  if (size == 0 || !WriteAll(fileno(log_file_fp_), log_info.c_str(), size)) {
     is_log_to_file_ = false;
+    return;
   }
+  log_to_file_size_ += static_cast<int64_t>(size);
 }
 
 void LwLogger::OpenLogFile() {
@@ -172,6 +214,15 @@ void LwLogger::OpenLogFile() {
   log_file_fp_ = fopen((log_directory_ + "/" + GetLogFileName()).c_str(), "w");
   if (log_file_fp_ == nullptr) {
     is_log_to_file_ = false;
+  }
+}
+
+void LwLogger::CloseLogFile() {
+  const std::lock_guard<std::mutex> lock(access_lock_);
+  is_log_to_file_ = false;
+  if (log_file_fp_ != nullptr) {
+    fclose(log_file_fp_);
+    log_file_fp_ = nullptr;
   }
 }
 

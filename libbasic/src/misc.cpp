@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +29,7 @@ namespace {
 constexpr size_t kLastErrorSize = 4096;
 constexpr size_t kShortTextSize = 512;
 constexpr size_t kTimeTextSize = 1024;
+constexpr size_t kSystemTimeSize = sizeof("20250102_130405.000052");
 constexpr size_t kHugeBufferSize = 4 * 1024 * 1024;
 constexpr int64_t kMicrosecondsPerSecond = 1000000;
 constexpr int64_t kNanosecondsPerMicrosecond = 1000;
@@ -37,13 +39,21 @@ thread_local char s_error_msg[kLastErrorSize];
 
 std::string FormatLocalTime(const char* format, const struct tm& local_time, bool with_usec,
                             int64_t usec) {
-  char buffer[kTimeTextSize] = {};
-  strftime(buffer, sizeof(buffer) - 1, format, &local_time);
-  std::string text = buffer;
+  char buffer[kTimeTextSize];
+  std::string text(buffer, strftime(buffer, sizeof(buffer) - 1, format, &local_time));
   if (with_usec) {
-    text += "." + std::to_string(usec);
+    text += '.';
+    text += std::to_string(usec);
   }
   return text;
+}
+
+// Writes the last `count` digits of `number`. Returns their end.
+char* PutDigits(char* text, int number, int count) {
+  for (int i = count - 1; i >= 0; --i, number /= 10) {
+    text[i] = static_cast<char>('0' + number % 10);
+  }
+  return text + count;
 }
 
 bool HasPrefix(const char* text, char first, const char* second) {
@@ -72,26 +82,31 @@ std::string StrFormat(const char* format, ...) {
 }
 
 std::string StrFormat(const char* format, va_list ap) {
-  // Most texts are short: they need neither a second formatting nor a buffer from the heap.
-  char short_text[kShortTextSize];
-  va_list ap_for_long_text;
-  va_copy(ap_for_long_text, ap);
-  const int size = vsnprintf(short_text, sizeof(short_text), format, ap);
   std::string text;
-  if (size >= static_cast<int>(sizeof(short_text))) {
-    text.resize(static_cast<size_t>(size));
-    // The string's own terminator is the last byte that `vsnprintf` writes.
-    vsnprintf(text.data(), text.size() + 1, format, ap_for_long_text);
-    text.resize(strlen(text.c_str()));
-  } else if (size > 0) {
-    text = short_text;
-  }
-  va_end(ap_for_long_text);
+  AppendFormat(text, format, ap);
   return text;
 }
 
 std::string StrFormat(const std::string& format, va_list ap) {
   return StrFormat(format.c_str(), ap);
+}
+
+void AppendFormat(std::string& text, const char* format, va_list ap) {
+  // Most texts are short: they need neither a second formatting nor a buffer from the heap.
+  char short_text[kShortTextSize];
+  va_list ap_for_long_text;
+  va_copy(ap_for_long_text, ap);
+  const int size = vsnprintf(short_text, sizeof(short_text), format, ap);
+  if (size >= static_cast<int>(sizeof(short_text))) {
+    const size_t begin = text.size();
+    text.resize(begin + static_cast<size_t>(size));
+    // The string's own terminator is the last byte that `vsnprintf` writes.
+    vsnprintf(&text[begin], static_cast<size_t>(size) + 1, format, ap_for_long_text);
+    text.resize(begin + strlen(&text[begin]));
+  } else if (size > 0) {
+    text.append(short_text, strnlen(short_text, static_cast<size_t>(size)));
+  }
+  va_end(ap_for_long_text);
 }
 
 void SplitString(const std::string& split_str, const std::string& delimiter,
@@ -163,9 +178,9 @@ std::string ReplaceAll(const std::string& str, const std::string& old_str,
   if (old_str.empty() || new_str.find(old_str) != std::string::npos) {
     return text;
   }
-  // The result grows in the front of the buffer, [0, done); what is still to be searched lies at its
-  // back, [rest, end). Moving bytes between the two costs as much as the bytes replaced, however
-  // long the text is.
+  // The result grows in the front of the buffer, [0, done); what is still to be searched lies at
+  // its back, [rest, end). Moving bytes between the two costs as much as the bytes replaced,
+  // however long the text is.
   size_t done = 0;
   size_t rest = 0;
   const auto finish = [&](size_t end) {
@@ -225,11 +240,30 @@ int64_t GetTimestamp() {
 }
 
 std::string GetSystemTime(bool with_usec) {
+  std::string text;
+  AppendSystemTime(text, with_usec);
+  return text;
+}
+
+void AppendSystemTime(std::string& text, bool with_usec) {
   struct timeval now;
   gettimeofday(&now, nullptr);
   struct tm local_time = {};
   localtime_r(&now.tv_sec, &local_time);
-  return FormatLocalTime("%Y%m%d_%H%M%S", local_time, with_usec, now.tv_usec);
+  // By hand, as each line of a log has this and `strftime` takes as long as all the rest.
+  char digits[kSystemTimeSize];
+  char* end = PutDigits(digits, 1900 + local_time.tm_year, 4);
+  end = PutDigits(end, 1 + local_time.tm_mon, 2);
+  end = PutDigits(end, local_time.tm_mday, 2);
+  *end++ = '_';
+  end = PutDigits(end, local_time.tm_hour, 2);
+  end = PutDigits(end, local_time.tm_min, 2);
+  end = PutDigits(end, local_time.tm_sec, 2);
+  if (with_usec) {
+    *end++ = '.';
+    end = std::to_chars(end, digits + sizeof(digits), now.tv_usec).ptr;
+  }
+  text.append(digits, end);
 }
 
 std::string ConvertTimestamp(int64_t timestamp, bool with_usec) {
