@@ -1,6 +1,7 @@
 #ifndef LIBBASIC_OPTIONS_H_
 #define LIBBASIC_OPTIONS_H_
 
+#include <cstddef>
 #include <sstream>
 #include <string>
 #include <type_traits>
@@ -56,8 +57,11 @@ class Options {
   /// long-named one decides; without one, the last short-named one.
   ///
   /// A `std::string` receives the text as it stands. Other types are converted with a stringstream;
-  /// a text that doesn't convert whole counts as found and leaves `id` as it is. Types of the
-  /// size of `char` are read as a character.
+  /// a text that doesn't convert whole counts as found and leaves `id` as it is. So `char`,
+  /// `signed char` and `unsigned char` take one character, and `bool` takes 0 or 1. The conversion
+  /// starts from `T{}`, or from a copy of `id` if `T` has no default constructor. When an
+  /// `operator>>` throws, that option stays with its value, and those before it are gone.
+  ///
   /// \param option, long_option  The names, with their dashes. One of fewer than 2 characters for
   ///                             the short name, or 3 for the long name, is none.
   /// \param val_desc  Name of the value in the help entry; "<value>" when empty.
@@ -82,7 +86,9 @@ class Options {
   /// Declares an option with any number of values. One argument is one value: nothing is split at
   /// commas. Parameters and result are those of the form with one value, except:
   /// \param[in,out] id  The values are appended, short-named occurrences first; what is there
-  ///                    stays. A text that doesn't convert whole appends nothing.
+  ///                    stays. A text that doesn't convert whole appends nothing. `T` needs a
+  ///                    default constructor. When an `operator>>` throws, that value and all after
+  ///                    it stay.
   template <typename T>
   bool Parse(const std::string& option, const std::string& long_option, const std::string& val_desc,
              const std::string& opt_desc, bool* is_depend_exist, bool* is_found_option,
@@ -137,8 +143,8 @@ class Options {
   template <typename T>
   bool Find(const std::string& option, std::vector<T>& value);
 
-  // What the searches share. `Consume` walks the arguments once, front to back, and asks `match` at
-  // each how many arguments from there on to take: 0 keeps this one.
+  // What the searches share. `Consume` walks the arguments once, front to back. At each it calls
+  // `match` with a reference to its index, which `match` advances over what it takes.
   template <typename Match>
   bool Consume(Match match);
   bool IsValueAt(size_t index) const;
@@ -172,33 +178,44 @@ class Options {
 
 template <typename Match>
 bool Options::Consume(Match match) {
-  // What is kept moves up behind what was kept before: one pass, however much is taken.
-  size_t kept = 0;
+  // What is kept moves up to what was kept before: one pass, however much is taken.
   const size_t size = options_.size();
-  for (size_t index = 0; index < size;) {
-    const size_t taken = match(index);
-    index += taken;
-    if (taken == 0) {
-      if (kept != index) {
-        options_[kept] = std::move(options_[index]);
+  size_t kept = 0;
+  size_t index = 0;
+  const auto erase_taken = [&] {
+    const auto begin = options_.begin();
+    options_.erase(begin + static_cast<std::ptrdiff_t>(kept),
+                   begin + static_cast<std::ptrdiff_t>(index));
+  };
+  try {
+    while (index < size) {
+      const size_t before = index;
+      match(index);
+      if (index == before) {
+        if (kept != index) {
+          options_[kept] = std::move(options_[index]);
+        }
+        ++kept;
+        ++index;
       }
-      ++kept;
-      ++index;
     }
+  } catch (...) {  // by a caller's operator>>
+    erase_taken();
+    throw;
   }
-  options_.resize(kept);
+  erase_taken();
   return kept < size;
 }
 
 template <typename T>
 bool Options::Find(const std::string& option, T& value) {
   std::string text;
-  return Consume([&](size_t index) {
+  return Consume([&](size_t& index) {
     const size_t taken = MatchValue(option, index, text);
     if (taken > 0) {
       SetValue(text, value);
+      index += taken;
     }
-    return taken;
   });
 }
 
@@ -211,15 +228,14 @@ bool Options::Find(const std::string& option, std::vector<T>& value) {
     }
   };
   std::string text;
-  return Consume([&](size_t index) {
-    size_t taken = MatchValue(option, index, text);
+  return Consume([&](size_t& index) {
+    const size_t taken = MatchValue(option, index, text);
     if (taken > 0) {
       append(text);
-      for (; IsValueAt(index + taken); ++taken) {
-        append(options_[index + taken]);
+      for (index += taken; IsValueAt(index); ++index) {
+        append(options_[index]);
       }
     }
-    return taken;
   });
 }
 
@@ -228,8 +244,14 @@ bool Options::SetValue(const std::string& s, T& value) {
   if constexpr (std::is_same_v<T, std::string>) {
     value = s;
   } else {
+    auto converted = [&] {
+      if constexpr (std::is_default_constructible_v<T>) {
+        return T{};
+      } else {
+        return value;
+      }
+    }();
     std::stringstream stream(s);
-    T converted{};
     if (!(stream >> converted) || stream.peek() != std::stringstream::traits_type::eof()) {
       return false;
     }

@@ -92,7 +92,7 @@ std::string Options::GetHelpInfo() const {
 
 bool Options::Find(const std::string& option) {
   if (option[0] == '-') {
-    return Consume([&](size_t index) -> size_t { return options_[index] == option ? 1 : 0; });
+    return Consume([&](size_t& index) { index += options_[index] == option ? 1 : 0; });
   }
   if (options_.empty() || options_.front() != option) {
     return false;
