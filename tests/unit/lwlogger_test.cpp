@@ -16,198 +16,276 @@ struct Logger : LwLogger {
     SetLogDirectory(folder);
     if (!folder.empty()) SetLogToFile();
   }
-  // Writes each text at the level that is its first digit.
-  void Log(const Strings& texts) {
-    for (const std::string& text : texts)
-      Write(static_cast<LogLevel>(text[0] - '0'), 7, "/src/lib/a.cpp", text);
+  void Log(const std::string& text, LogLevel level = kLogInfo) {
+    Write(level, 7, "/src/lib/a.cpp", text);
   }
 };
 
-// What `body` wrote to standard output, a "|", and what it wrote to standard error.
-std::string Capture(const std::function<void()>& body) {
+struct Output {
+  std::string out;
+  std::string err;
+};
+
+Output Capture(const std::function<void()>& body) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   body();
-  const std::string out = testing::internal::GetCapturedStdout() + "|";
-  return out + testing::internal::GetCapturedStderr();
+  Output output;
+  output.out = testing::internal::GetCapturedStdout();
+  output.err = testing::internal::GetCapturedStderr();
+  return output;
 }
 
 // Has 8 threads log 200 lines each. `read` should then find them all, whole and once.
 void ExpectLinesOfThreads(Logger& logger, const std::function<std::string()>& read) {
   Strings lines;
   for (int i = 0; i < 1600; ++i)
-    lines.push_back("4" + std::to_string(1000 + i) +
-                    std::string(51, static_cast<char>('a' + i % 26)));
+    lines.push_back(std::to_string(1000 + i) + std::string(51, static_cast<char>('a' + i % 26)));
   std::vector<std::thread> threads;
   for (size_t t = 0; t < 8; ++t)
     threads.emplace_back([&, t] {
-      for (size_t i = t; i < 1600; i += 8) logger.Log({lines[i] + "\n"});
+      for (size_t i = t; i < 1600; i += 8) logger.Log(lines[i] + "\n");
     });
   for (std::thread& thread : threads) thread.join();
   Strings found;
   SplitString(read(), "\n", found);
   std::sort(found.begin(), found.end());
-  std::sort(lines.begin(), lines.end());
   EXPECT_EQ(found, lines);
 }
 
 class LoggerTest : public FolderTest {
  protected:
-  // The names of all files up to their fifth character, each with a blank behind it, in order.
-  std::string Names() const {
+  // The names of all files in order, without what a log file's name has after its prefix.
+  Strings Names() const {
     Strings names;
-    for (const auto& entry : fs::directory_iterator(folder_))
-      names.push_back(entry.path().filename().string().substr(0, 5) + " ");
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      const std::string name = entry.path().filename();
+      names.push_back(name.compare(0, 5, "log.2") == 0 ? "new log" : name);
+    }
     std::sort(names.begin(), names.end());
-    return std::accumulate(names.begin(), names.end(), std::string());
+    return names;
   }
 
-  // Makes log files whose status changed in the order of their names, a millisecond apart at
-  // least, and whose content was modified in the opposite order.
-  void MakeLogs(const Strings& names) const {
+  // Makes log files whose status changed in the order of their names, and whose content was
+  // modified in the opposite order. `next` tells whether a change comes late enough after another.
+  void MakeLogs(const Strings& names,
+                const std::function<bool(const timespec& last, const timespec& now)>& next) const {
     struct stat status = {};
     time_t modified = 1000;
     for (const std::string& name : names) {
       const struct timespec times[] = {{--modified, 0}, {modified, 0}};
-      const long last = status.st_ctim.tv_nsec / 1000000;
-      for (Make(name, ""); status.st_ctim.tv_nsec / 1000000 == last;
-           stat(At(name).c_str(), &status))
+      const struct timespec last = status.st_ctim;
+      for (Make(name, ""); !next(last, status.st_ctim); stat(At(name).c_str(), &status))
         utimensat(AT_FDCWD, At(name).c_str(), times, 0);
     }
   }
+  static bool IsNextMillisecond(const timespec& last, const timespec& now) {
+    return last.tv_nsec / 1000000 != now.tv_nsec / 1000000;
+  }
 };
 
-TEST(LwLogger, LevelsFilterAndPrefixLines) {
-  const std::string lines[] = {"0%s%%", "fatal: 1%s%%", "error: 2%s%%", "warning: 3%s%%",
-                               "4%s%%", "5%s%%",        "6%s%%",        ""};
-  std::string expected = "|" + lines[0];
-  for (const std::string name : {"fatal", "error", "warning", "info", "debug", "trace", "Fatal"}) {
+TEST(LwLogger, ThresholdHidesLevelsAboveIt) {
+  const char* const names[] = {"fatal", "error", "warning", "info", "debug", "trace"};
+  const char* const lines[] = {"none", "fatal: x", "error: x", "warning: x", "x", "x", "x"};
+  for (int threshold = kLogFatal; threshold < kLogEnd; ++threshold) {
+    for (int level = kLogFatal; level < kLogEnd; ++level) {
+      SCOPED_TRACE(std::string("level ") + names[level - 1] + " at " + names[threshold - 1]);
+      Logger logger;
+      logger.SetLogLevel(names[threshold - 1]);
+      const Output output = Capture([&] { logger.Log("x", static_cast<LogLevel>(level)); });
+      EXPECT_EQ(output.out + output.err, level <= threshold ? lines[level] : "");
+    }
+  }
+}
+
+TEST(LwLogger, UnknownLevelNamesAreIgnored) {
+  for (const char* name : {"Error", "none", "", "errors"}) {
     Logger logger;
-    logger.SetLogLevel("trace"), logger.SetLogLevel(name);
-    expected += lines[std::count(expected.begin(), expected.end(), 's')];
-    EXPECT_EQ(Capture([&] {
-                logger.Log({"0%s%%", "1%s%%", "2%s%%", "3%s%%", "4%s%%", "5%s%%", "6%s%%"});
-              }),
-              expected);
+    logger.SetLogLevel(name);
+    EXPECT_EQ(logger.GetLogLevel(), kLogInfo) << name;
   }
 }
 
 TEST(LwLogger, FirstConsoleLineChoosesTheStreamForAll) {
-  const std::string name = "unit_tests ";
-  for (const std::string first : {"0", "fatal: 1", "error: 2", "warning: 3", "4"}) {
+  for (const LogLevel first : {kLogNone, kLogFatal, kLogError, kLogWarning, kLogInfo}) {
+    SCOPED_TRACE("first line at level " + std::to_string(first));
     Logger logger;
-    logger.SetLogProcessName();
-    const std::string output = Capture([&] {
-      logger.Write(kLogError, 1, "", std::string()), logger.Write(kLogError, 1, "", "");
-      logger.Write(kLogDebug, 1, "", "off");
-      logger.Log({first.substr(first.size() - 1), "4"});
-      logger.Write(kLogError, 1, "", "%s%%%d\n", std::string("c"), 2);
+    const Output output = Capture([&] {
+      logger.Log("", kLogError);
+      logger.Log("hidden", kLogDebug);
+      logger.Log("first ", first);
+      logger.Log("second ", kLogInfo);
+      logger.Log("third ", kLogError);
     });
-    const std::string text = (first.size() > 1 ? name : "") + first + "4" + name + "error: c%2\n";
-    EXPECT_EQ(output, first.back() > '2' ? text + "|" : "|" + text);
+    EXPECT_THAT(first > kLogError ? output.out : output.err,
+                MatchesRegex(".*first second error: third "));
+    EXPECT_EQ(first > kLogError ? output.err : output.out, "");
   }
 }
 
+TEST(LwLogger, ProcessNameStandsBeforeThePrefix) {
+  Logger logger;
+  logger.SetLogProcessName();
+  const Output output = Capture([&] {
+    logger.Log("a ", kLogFatal);
+    logger.Log("b ", kLogWarning);
+    logger.Log("c", kLogInfo);
+  });
+  EXPECT_EQ(output.err, "unit_tests fatal: a unit_tests warning: b c");
+}
+
+TEST(LwLogger, OnlyFormatsAreFormatted) {
+  Logger logger;
+  const Output output = Capture([&] {
+    logger.Log("%s%% ");
+    errno = ENOENT;
+    logger.Write(kLogInfo, 1, "", "%s%%%d %m", std::string("c"), 2);
+    logger.Write(kLogInfo, 1, "", "");
+  });
+  EXPECT_EQ(output.out, "%s%% c%2 No such file or directory");
+}
+
 TEST(LwLogger, MacrosEvaluateOnlyWhatIsLogged) {
-  EXPECT_TRUE(HoldsInFork([] {
+  InFork([] {
     int count = 0;
-    const auto log = [&] {
-      LOG_DEBUG("%d ", ++count);
+    SetLogLevel("error");
+    const Output output = Capture([&] {
       LOG_INFO("%d ", ++count);
       LOG_ERROR(std::to_string(++count) + "% ");
       LOG_FATAL("%s", std::to_string(++count));
-    };
-    const std::string output =
-        Capture([&] { SetLogLevel("error"), log(), SetLogLevel("debug"), log(); });
-    EXPECT_EQ(output, "|error: 1% fatal: 23 4 error: 5% fatal: 6");
-  }));
+    });
+    EXPECT_EQ(output.err, "error: 1% fatal: 2");
+  });
 }
 
 TEST(LwLogger, AssistHeaderTellsTimeThreadLevelAndPlace) {
-  const Strings cases[] = {
-      {"", "/src/lib/a.cpp"}, {"/src", "lib/a.cpp"}, {"lib", "/lib/a.cpp"}, {"/src/lib/a.cpp", ""}};
-  for (const Strings& row : cases) {
+  const struct {
+    const char* project_path;
+    const char* place;
+  } cases[] = {{"", "/src/lib/a.cpp"},
+               {"/src", "lib/a.cpp"},
+               {"lib", "/lib/a.cpp"},
+               {"none", "/src/lib/a.cpp"},
+               {"/src/lib/a.cpp", ""}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.project_path);
     Logger logger;
     logger.SetLogAssistInfo();
-    logger.SetLogProjectPath(row[0]);
+    logger.SetLogProjectPath(row.project_path);
     const auto check = [&] {
       const std::string head = "\\[" + kTimeForm + " " + std::to_string(gettid()) + " ";
-      const std::string tail = " " + row[1] + ":7\\] ";
-      const std::string output = Capture([&] { logger.Log({"2", "0"}); });
-      EXPECT_THAT(output,
-                  MatchesRegex("\\|" + head + "error" + tail + "error: 2" + head + tail + "0"));
+      const std::string tail = std::string(" ") + row.place + ":7\\] ";
+      EXPECT_THAT(Capture([&] { logger.Log("x", kLogError); }).err,
+                  MatchesRegex(head + "error" + tail + "error: x"));
+      EXPECT_THAT(Capture([&] { logger.Log("x", kLogNone); }).err, MatchesRegex(head + tail + "x"));
     };
     check();
     std::thread(check).join();
   }
   Logger logger;
   logger.SetLogAssistInfo();
-  const auto log = [&] { logger.Write(kLogWarning, 1, std::string(5000, 'f').c_str(), "x"); };
-  EXPECT_EQ(Capture(log).substr(4091), "fffwarning: x|");
+  const std::string file(5000, 'f');
+  const Output output = Capture([&] { logger.Write(kLogWarning, 1, file.c_str(), "x"); });
+  EXPECT_EQ(output.out.substr(4091), "fffwarning: x");
 }
 
 TEST_F(LoggerTest, FileIsNamedAfterPrefixTimeHostAndProcess) {
-  EXPECT_TRUE(HoldsInFork([&] {
-    fs::current_path(folder_);
+  char host[1024] = {};
+  gethostname(host, 1023);
+  for (const std::string prefix : {"log", ""}) {
     Logger logger(folder_ + "/");
-    Logger unset;
-    unset.SetLogFileNamePrefix("");
-    unset.SetLogToFile();
-    EXPECT_EQ(Capture([&] { logger.Log({"2%\n", "4"}), unset.Log({"4"}); }), "|");
-    char host[1024] = {};
-    gethostname(host, 1023);
-    const std::string form = "(log|unit_tests)\\." + kTimeForm + "\\." + host + "\\." +
-                             std::to_string(getpid()) + "\\.log";
-    for (const auto& entry : fs::directory_iterator(folder_)) {
-      const std::string name = entry.path().filename();
-      EXPECT_THAT(name, MatchesRegex(form));
-      EXPECT_EQ(ReadAll(name), name[0] == 'u' ? "4" : "error: 2%\n4");
-    }
-    EXPECT_EQ(Names(), "log.2 unit_ ");
-  }));
-}
-
-TEST_F(LoggerTest, OldestFilesThatLookLikeLogsGoForANewOne) {
-  const std::pair<int, const char*> cases[] = {{3, "log-2 log-3 log.2 "},
-                                               {4, "log-1 log-2 log-3 log.2 "},
-                                               {5, "log-1 log-2 log-3 log.2 "},
-                                               {1, "log.2 "},
-                                               {0, "log.2 "},
-                                               {-1, "log.2 "}};
-  for (const auto& [keep, logs] : cases) {
-    fs::remove_all(folder_);
-    fs::create_directories(At("log.directory.log"));
-    for (const char* name : {"other.log", "log.LOG", "log.log.1"}) Make(name, "");
-    MakeLogs({"log-1.log", "log-2.log", "log-3.log"});
-    Logger(folder_, keep).Log({"4"});
-    EXPECT_EQ(Names(), std::string(logs) + "log.L log.d log.l other ") << keep;
+    logger.SetLogFileNamePrefix(prefix);
+    const Output output = Capture([&] {
+      logger.Log("2%\n", kLogError);
+      logger.Log("4");
+    });
+    EXPECT_EQ(output.out + output.err, "");
+    const fs::path file = fs::directory_iterator(folder_)->path();
+    EXPECT_THAT(file.filename().string(),
+                MatchesRegex((prefix.empty() ? "unit_tests" : prefix) + "\\." + kTimeForm + "\\." +
+                             host + "\\." + std::to_string(getpid()) + "\\.log"));
+    EXPECT_EQ(ReadAll(file), "error: 2%\n4");
+    fs::remove(file);
   }
 }
 
-TEST_F(LoggerTest, OneOfTwoWithTheSameTimeStaysAndAllDoBesideADanglingLink) {
-  MakeLogs({"log-1.log"});
-  fs::create_hard_link(At("log-1.log"), At("log-2.log"));
-  Logger(folder_, 1).Log({"4"});
-  const std::string names = Names();
-  EXPECT_TRUE(names == "log-1 log.2 " || names == "log-2 log.2 ") << names;
-  fs::create_symlink("gone", At("dangling"));
-  Logger(folder_, 1).Log({"4"});
-  EXPECT_EQ(Names(), "dangl " + names + "log.2 ");
+TEST_F(LoggerTest, FileLiesInTheWorkingDirectoryByDefault) {
+  InFork([&] {
+    fs::current_path(folder_);
+    Logger logger;
+    logger.SetLogToFile();
+    logger.Log("x");
+    EXPECT_EQ(Names(), Strings{"new log"});
+  });
 }
 
-TEST_F(LoggerTest, LinesGoBackToTheConsoleWhenTheFileFails) {
-  Logger gone(At("none"));
-  EXPECT_EQ(Capture([&] { gone.Log({"4", "2"}); }), "4error: 2|");
-  Logger empty(folder_);
-  EXPECT_EQ(Capture([&] { empty.Write(kLogInfo, 1, "", "%s", ""), empty.Log({"4"}); }), "4|");
-  EXPECT_TRUE(HoldsInFork([&] {
+TEST_F(LoggerTest, OldestFilesThatLookLikeLogsGoForANewOne) {
+  const Strings others = {"log.LOG", "log.directory.log", "log.log.1", "new log", "other.log"};
+  const Strings logs = {"log-1.log", "log-2.log", "log-3.log"};
+  for (const auto& [keep, gone] : {std::pair{5, 0}, {4, 0}, {3, 1}, {1, 3}, {0, 3}, {-1, 3}}) {
+    SCOPED_TRACE("keep " + std::to_string(keep));
+    fs::remove_all(folder_);
+    fs::create_directories(At("log.directory.log"));
+    for (const char* name : {"other.log", "log.LOG", "log.log.1"}) Make(name, "");
+    MakeLogs(logs, IsNextMillisecond);
+    Logger(folder_, keep).Log("x");
+    Strings expected(logs.begin() + gone, logs.end());
+    expected.insert(expected.end(), others.begin(), others.end());
+    EXPECT_EQ(Names(), expected);
+  }
+}
+
+TEST_F(LoggerTest, AgeOfFilesIsInSecondsAndMilliseconds) {
+  const auto is_earlier_in_a_later_second = [](const timespec& last, const timespec& now) {
+    return last.tv_sec == 0 ? now.tv_nsec > 100000000
+                            : now.tv_sec > last.tv_sec && now.tv_nsec < last.tv_nsec;
+  };
+  MakeLogs({"log-1.log", "log-2.log"}, is_earlier_in_a_later_second);
+  Logger(folder_, 2).Log("x");
+  EXPECT_EQ(Names(), (Strings{"log-2.log", "new log"}));
+}
+
+TEST_F(LoggerTest, OneOfTwoOfTheSameAgeStays) {
+  Make("log-1.log", "");
+  fs::create_hard_link(At("log-1.log"), At("log-2.log"));
+  Logger(folder_, 1).Log("x");
+  EXPECT_EQ(Names().size(), 2U);
+}
+
+TEST_F(LoggerTest, AllFilesStayBesideADanglingLink) {
+  Make("log-1.log", "");
+  fs::create_symlink("gone", At("dangling"));
+  Logger(folder_, 1).Log("x");
+  EXPECT_EQ(Names(), (Strings{"dangling", "log-1.log", "new log"}));
+}
+
+TEST_F(LoggerTest, LinesGoToTheConsoleWhenTheFolderIsMissing) {
+  Logger logger(At("none"));
+  EXPECT_EQ(Capture([&] { logger.Log("x"); }).out, "x");
+}
+
+TEST_F(LoggerTest, LinesGoToTheConsoleAfterAnEmptyLine) {
+  Logger logger(folder_);
+  const Output output = Capture([&] {
+    logger.Write(kLogInfo, 1, "", "%s", "");
+    logger.Log("x");
+  });
+  EXPECT_EQ(output.out, "x");
+}
+
+TEST_F(LoggerTest, LinesGoToTheConsoleWhenTheDiskIsFull) {
+  InFork([&] {
     signal(SIGXFSZ, SIG_IGN);
     const struct rlimit limit = {4096, 4096};
     setrlimit(RLIMIT_FSIZE, &limit);
     Logger logger(folder_);
-    const std::string line(100, '4');
-    EXPECT_EQ(Capture([&] { logger.Log({std::string(4000, '4'), line, "4"}); }), line + "4|");
-  }));
+    const Output output = Capture([&] {
+      logger.Log(std::string(4000, 'x'));
+      logger.Log(std::string(100, 'y'));
+      logger.Log("z");
+    });
+    EXPECT_EQ(output.out, std::string(100, 'y') + "z");
+  });
 }
 
 TEST_F(LoggerTest, LinesOfThreadsArriveWholeAndOnceAlsoWhenTheFileIsFull) {
@@ -216,11 +294,11 @@ TEST_F(LoggerTest, LinesOfThreadsArriveWholeAndOnceAlsoWhenTheFileIsFull) {
   ExpectLinesOfThreads(console, testing::internal::GetCapturedStdout);
   Logger logger(folder_);
   const std::string large(64 * 1024 * 1024 - 2, '4');
-  logger.Log({large + "\n"});
+  logger.Log(large + "\n");
   ExpectLinesOfThreads(logger, [&] {
     std::string tails;
     for (const auto& entry : fs::directory_iterator(folder_)) {
-      const bool is_full = entry.file_size() == large.size() + 58;
+      const bool is_full = entry.file_size() == large.size() + 57;
       tails += ReadAll(entry.path()).substr(is_full ? large.size() : 0);
     }
     return tails;
@@ -228,14 +306,25 @@ TEST_F(LoggerTest, LinesOfThreadsArriveWholeAndOnceAlsoWhenTheFileIsFull) {
 }
 
 TEST_F(LoggerTest, ProcessesThatRollTheSameFolderKeepLogging) {
-  EXPECT_TRUE(HoldsInFork(
+  InFork(
       [this] {
         for (int i = 0; i < 100; ++i) {
           Logger logger(folder_, 2);
-          EXPECT_EQ(Capture([&] { logger.Log({"4", "4"}); }), "|");
+          EXPECT_EQ(Capture([&] { logger.Log("x"); }).out, "");
         }
       },
-      2));
+      2);
+}
+
+TEST_F(LoggerTest, ProgramsLogFromTheirFirstToTheirLastInstruction) {
+  FILE* program = popen(("'" LOG_LIFETIME "' " + folder_ + " 2>&1").c_str(), "r");
+  ASSERT_NE(program, nullptr);
+  std::string console(1024, '\0');
+  console.resize(fread(console.data(), 1, console.size(), program));
+  EXPECT_EQ(pclose(program), 0);
+  EXPECT_EQ(console, "error: first\nerror: last\n");
+  EXPECT_EQ(ReadAll(fs::directory_iterator(folder_)->path()),
+            "limit: 5\nthread ends\nat exit\nerror: destroyed\n");
 }
 
 }  // namespace

@@ -36,16 +36,13 @@ TEST(LastError, CanBeReadAndSetWhileItsThreadEnds) {
 }
 
 TEST(StrFormat, WritesTextsOfAnyLengthUpToTheirFirstNul) {
-  for (const size_t size : {0, 1, 510, 511, 512, 513, 100000}) {
+  for (const size_t size : {0UL, 1UL, 511UL, 512UL, 513UL, 100000UL}) {
     SCOPED_TRACE("a text of " + std::to_string(size));
     const std::string text(size, 'x');
     EXPECT_EQ(StrFormat("%s", text.c_str()), text);
     EXPECT_EQ(StrFormat("%s%c-", text.c_str(), '\0'), text);
   }
   EXPECT_EQ(StrFormat("%lc", static_cast<wint_t>(0xD800)), "") << "no character";
-}
-
-TEST(StrFormat, TakesZeroAndNullAsValues) {
   EXPECT_EQ(StrFormat("%d", 0), "0");
   EXPECT_EQ(StrFormat("%p", nullptr), "(nil)");
   EXPECT_EQ(StrFormat(std::string("%d"), 0), "0");
@@ -78,12 +75,10 @@ TEST(SplitString, AppendsThePiecesThatAreNotEmpty) {
     std::string delimiter;
     Strings pieces;
   } cases[] = {
-      {",a,,b,", ",", {"a", "b"}},     {"a, b,c", ", ", {"a", "b,c"}},
-      {"a", "long", {"a"}},            {"a", "", {}},
-      {"", ",", {}},                   {"XX", "XX", {}},
-      {"aXXX", "XX", {"a"}},           {"abcababxab", "abab", {"abcababxab"}},
-      {"aabaab", "aabaa", {"b"}},      {"xaba", "abab", {"xaba"}},
-      {"xabab", "ababab", {"xabab"}},
+      {",a,,b,", ",", {"a", "b"}}, {"a, b,c", ", ", {"a", "b,c"}},
+      {"a", "long", {"a"}},        {"a", "", {}},
+      {"aXXX", "XX", {"a"}},       {"abcababxab", "abab", {"abc", "x"}},
+      {"xaba", "abab", {"xaba"}},
   };
   for (const auto& row : cases) {
     SCOPED_TRACE(row.text + " at " + row.delimiter);
@@ -100,3 +95,114 @@ TEST(SplitString, AppendsThePiecesThatAreNotEmpty) {
   SplitString(own[0], ",", own);
   EXPECT_EQ(own, (Strings{"a,b,c", "a", "b", "c"}));
 }
+
+TEST(Trim, TakesTheBytesOfASet) {
+  const struct {
+    std::string text;
+    std::string drop;
+    std::string left;
+    std::string right;
+    std::string both;
+  } cases[] = {
+      {" \ta b \t", "\t ", "a b \t", " \ta b", "a b"},
+      {"xyx", "yx", "", "", ""},
+      {" a ", "", " a ", " a ", " a "},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE("'" + row.text + "' without '" + row.drop + "'");
+    EXPECT_EQ(LeftTrim(row.text, row.drop), row.left);
+    EXPECT_EQ(RightTrim(row.text, row.drop), row.right);
+    EXPECT_EQ(TrimString(row.text, row.drop), row.both);
+  }
+}
+
+TEST(ReplaceAll, ReplacesTheFirstOccurrenceUntilThereIsNone) {
+  const struct {
+    std::string text;
+    std::string old_str;
+    std::string new_str;
+    std::string result;
+  } cases[] = {
+      {"a.b.", ".", "--", "a--b--"}, {"-aabb-", "ab", "", "--"},      {"aaab", "aab", "ab", "ab"},
+      {"abb", "ab", "ca", "cca"},    {"abbb abbb", "ab", "a", "a a"}, {"abc", "", "x", "abc"},
+      {"abc", "b", "abc", "abc"},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE("'" + row.old_str + "' by '" + row.new_str + "' in '" + row.text + "'");
+    EXPECT_EQ(ReplaceAll(row.text, row.old_str, row.new_str), row.result);
+  }
+}
+
+TEST(GetLine, DeliversLinesWithAnyEnd) {
+  const struct {
+    const char* text;
+    Strings lines;
+  } cases[] = {
+      {"a\r\nb\nc\rd", {"a\n", "b\n", "c\n"}},
+      {"\n\r\r\n\r", {"\n", "\n", "\n", "\n"}},
+      {"no end", {}},
+      {"", {}},
+      {nullptr, {}},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(testing::PrintToString(row.text));
+    Strings lines;
+    std::string line = "unchanged";
+    for (const char* rest = row.text; (rest = GetLine(rest, line)) != nullptr;) {
+      lines.push_back(line);
+    }
+    EXPECT_EQ(lines, row.lines);
+    EXPECT_EQ(line, lines.empty() ? "unchanged" : lines.back());
+  }
+}
+
+TEST(IsIntegerDigit, LooksAtTheFormOnly) {
+  for (const char* text : {"0", "123", "0x1F", "0Xab", "0b101", "0B29", "0x", "0b", "0x0bf"}) {
+    EXPECT_TRUE(IsIntegerDigit(text)) << text;
+  }
+  for (const char* text : {"", "12a", "-1", "+1", "1 ", " 1", "0b1f", "0b0x1", "0xg"}) {
+    EXPECT_FALSE(IsIntegerDigit(text)) << text;
+  }
+}
+
+TEST(Time, IsLocalAndCountsMicrosecondsWithoutZeros) {
+  ASSERT_TRUE(SetEnvVar("TZ", "XYZ-5"));
+  tzset();
+  EXPECT_EQ(ConvertTimestamp(1735823045000052, true), "2025/01/02_18:04:05.52");
+  EXPECT_EQ(ConvertTimestamp(-1500000, true), "1970/01/01_04:59:59.-500000");
+  const std::string before = ConvertTimestamp(GetTimestamp(), false);
+  const std::string now = GetSystemTime(false);
+  const std::string after = ConvertTimestamp(GetTimestamp(), false);
+  // In the layout of the other two.
+  const std::string readable = StrFormat("%.4s/%.2s/%.2s_%.2s:%.2s:%.2s", &now[0], &now[4], &now[6],
+                                         &now[9], &now[11], &now[13]);
+  EXPECT_LE(before, readable);
+  EXPECT_LE(readable, after);
+  EXPECT_EQ(now.size(), 15U) << now;
+  EXPECT_THAT(GetSystemTime(true),
+              testing::MatchesRegex("[0-9]{8}_[0-9]{6}\\.(0|[1-9][0-9]{0,5})"));
+}
+
+TEST(Environment, IsSetAndRead) {
+  EXPECT_TRUE(SetEnvVar("UNIT_TEST", "first"));
+  EXPECT_TRUE(SetEnvVar("UNIT_TEST", "second"));
+  EXPECT_EQ(GetEnvVar("UNIT_TEST"), "second");
+  EXPECT_EQ(GetEnvVar("UNIT_TEST_NEVER_SET"), "");
+  EXPECT_FALSE(SetEnvVar("a=b", "x"));
+  EXPECT_EQ(GetLastError(), "setenv: Invalid argument\n");
+}
+
+TEST(MicroSleep, LastsAtLeastAsLongAsAskedAlsoWithSignals) {
+  InFork([] {
+    signal(SIGALRM, [](int) {});
+    const struct itimerval often = {{0, 100000}, {0, 100000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (const int64_t microseconds : {1050000L, 1L, -3600000000L}) {
+      const auto begin = std::chrono::steady_clock::now();
+      MicroSleep(microseconds);
+      EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::microseconds(microseconds));
+    }
+  });
+}
+
+}  // namespace
