@@ -1,0 +1,31 @@
+"""Options of the tests in Python. By hand: pytest-3 tests/robustness --tool=... [--full] [-k NAME]"""
+import os
+import sys
+
+import pytest
+
+import support
+
+
+def pytest_addoption(parser):
+    parser.addoption("--tool", type=os.path.abspath, help="the tavrofuse to run")
+    parser.addoption("--full", action="store_true", help="more cases, for minutes")
+
+
+def pytest_configure(config):
+    if sys.flags.optimize:
+        raise pytest.UsageError("python -O and PYTHONOPTIMIZE remove the checks of these tests")
+    support.Place.tool = config.getoption("tool")
+
+
+def pytest_report_header():
+    return "own file systems: %s; as another user: %s" % (
+        " ".join(support.PRIVATE_MOUNTS) or "not allowed here, limits on files in their place",
+        " ".join(support.OTHER_USER) or "not allowed here, as this one")
+
+
+# A test of a `case` runs once for each that the function `cases` of its module returns.
+def pytest_generate_tests(metafunc):
+    if "case" in metafunc.fixturenames:
+        cases = metafunc.module.cases(metafunc.config.getoption("full"))
+        metafunc.parametrize("case", [pytest.param(case, id=case.name) for case in cases])

@@ -1,0 +1,78 @@
+"""Disks that are full, too small, read-only or gone; limits on files, descriptors and memory."""
+from support import PRIVATE_MOUNTS, TEMPORARY, Case, expect_none, kept_and_temporary, run
+
+SMALL = 100000  # bytes; the include file of so many does not fit on the small disks
+TO_FOLDER = ("-fatbin=small/inc",)
+UNLIMITED_BUNDLER = 'ulimit -S -f unlimited; exec cp "$in" "$out"'
+
+
+# Where the kernel allows no file systems of one's own, limits on the size of files have to do, and
+# a folder in which nobody makes files.
+def small_disks():
+    if not PRIVATE_MOUNTS:
+        limit = "exec prlimit --fsize=65536:unlimited"
+        return (
+            Case("limit in place of a small disk", args=TO_FOLDER, size=SMALL, status=(1,),
+                 before=f'mkdir small; {limit} "$@"', bundler=UNLIMITED_BUNDLER, error="too large"),
+            Case("limit in place of a small disk, temporary file", size=SMALL, status=(1,),
+                 before=f'{limit} "$@"', error=""),
+            Case("/proc in place of a read-only disk", args=TO_FOLDER, status=(1,),
+                 before="ln -s /proc small", error="No such file"))
+    mounts = " ".join(PRIVATE_MOUNTS)
+    on_disk = "mkdir small; exec %s sh -c 'mount -t tmpfs -o %s none small && exec \"$@\"' sh \"$@\""
+    return (
+        Case("disk too small for the include file", args=TO_FOLDER, size=SMALL, status=(1,),
+             before=on_disk % (mounts, "size=64k"), error="No space left"),
+        # The tool is opened first: it may lie below what the small disk hides.
+        Case("disk too small for the temporary file", size=SMALL, status=(1,), before=f"""
+             exec {mounts} sh -c 'exec 9<"$1" && shift && mount -t tmpfs -o size=64k none /tmp || exit
+             /proc/self/fd/9 "$@"
+             status=$?
+             [ -z "$(ls -A /tmp)" ] && exit $status || exit 9' sh "$@" """, error="No space left"),
+        Case("read-only disk", args=TO_FOLDER, status=(1,), before=on_disk % (mounts, "ro"),
+             error="Read-only"))
+
+
+def cases(is_full):
+    limits = (0, 1, 1000, 4096, 5000, 65536, 200000) if is_full else (0, 5000)
+    sizes = range(2, 73) if is_full else (4, 6, 8, 10, 14, 18, 22, 26, 30, 40, 60)
+    to_full = "-fatbin=/dev/full"
+    printing = ("-fatbin=inc", "-create=fat", "-v")
+    return [
+        *small_disks(),
+        Case("include file on a full device", args=(to_full,), status=(1,), error="No space left"),
+        Case("include file on a full device, fat binary kept", args=(to_full, "-create=fat"),
+             status=(1,), error="No space left"),
+        Case("fat binary on a full device", args=TEMPORARY + ("-create=/dev/full",), status=(1,)),
+        Case("working folder gone", bundler='cp "$FOLDER/$in" "$out"', status=(1,), error="No such",
+             before='export HIP_CLANG_PATH="$PWD/bundler" ROCM_PATH=/ && '
+                    "mkdir gone && cd gone && rmdir ../gone"),
+        Case("folder goes while the bundler runs", args=("-fatbin=bundler/inc",), status=(1,),
+             bundler='cp "$in" "$out"; rm -r bundler', error="No such file"),
+        Case("output to a full device", args=printing, before='exec "$@" >/dev/full 2>&1',
+             status=(0,)),
+        Case("output that nobody reads", args=printing,
+             bundler='cp "$in" "$out"; yes | head -c 300000', status=(0,),
+             before='{ "$@"; echo $? >status; } | : && exit $(cat status)'),
+        *kept_and_temporary([
+            *(Case("files of %d bytes" % limit, size=SMALL, status=(1,), error="too large",
+                   before='exec prlimit --fsize=%d:unlimited "$@"' % limit,
+                   bundler=UNLIMITED_BUNDLER) for limit in limits),
+            *(Case("files of %d bytes, the bundler's too" % limit, size=SMALL, status=(1,), error="",
+                   before='exec prlimit --fsize=%d:unlimited "$@"' % limit) for limit in limits),
+            *(Case("%d descriptors" % limit, error="",
+                   before='exec prlimit --nofile=%d:unlimited "$@"' % limit)
+              for limit in range(3, 9 if is_full else 7)),
+            # Where there is too little for any program, the words are said for it.
+            *(Case("memory of %d MiB" % size, size=8000000, before=f"""
+                   limit=--as={size << 20}:unlimited
+                   prlimit $limit "$1" --version >version 2>&1 ||
+                     {{ echo Cannot allocate memory; exit 1; }}
+                   exec prlimit $limit "$@" """,
+                   bundler='ulimit -S -v unlimited; exec cp "$in" "$out"',
+                   error="malloc|bad_alloc|Cannot allocate memory|error while loading")
+              for size in sizes)])]
+
+
+def test_disk(case):
+    expect_none([run(case)])

@@ -1,0 +1,84 @@
+"""Every system call of the tool's own fails, from `main` on; so do those of its child."""
+import dataclasses
+import re
+
+import pytest
+
+from jobs import JOBS, QUICK
+from support import expect_none
+from tracing import calls_of_main, trace
+
+# What the kernel can answer; EIO where nothing is said. A number is a result; brk does not fail, it
+# leaves the break alone.
+ERRORS = {name: errors.split() for name, errors in {
+    "access": "EACCES EIO ENOMEM",
+    "brk": "0",
+    "clone": "EAGAIN ENOMEM",
+    "close": "EIO EINTR ENOSPC",
+    "dup2": "EBUSY EINTR",
+    "execve": "ENOMEM EACCES EIO E2BIG",
+    "fcntl": "EBADF EMFILE",
+    "getrandom": "ENOSYS EAGAIN EINTR",
+    "lseek": "EINVAL",
+    "madvise": "ENOMEM EAGAIN",
+    "mmap": "ENOMEM EAGAIN",
+    "mprotect": "ENOMEM",
+    "mremap": "ENOMEM",
+    "munmap": "ENOMEM",
+    "newfstatat": "EIO ENOMEM EACCES",
+    "openat": "EMFILE ENOMEM ENOSPC EACCES EINTR EIO",
+    "pipe2": "EMFILE ENFILE",
+    "pselect6": "EINTR ENOMEM",
+    "read": "EIO 0 EINTR EAGAIN",
+    "readlink": "EACCES EIO ENOMEM",
+    "rt_sigaction": "EINVAL",
+    "unlink": "EIO EACCES",
+    "vfork": "EAGAIN ENOMEM",
+    "wait4": "EINTR ECHILD",
+    "write": "ENOSPC EIO EINTR EAGAIN EFBIG EDQUOT"}.items()}
+# Calls whose failure ends a run without a word: those around the bundler, and the console's.
+WITHOUT_WORDS = re.compile(
+    r"(pipe2|clone3?|vfork|pselect6|ppoll|wait4|waitid|dup2|execve|fcntl|rt_sig\w+|kill)\("
+    r"|[a-z]+\(\d+<pipe:|write\([12]<")
+# What can't fail; and a pipe's end that stays open, as under strace but never in the kernel.
+NOT_TRIED = re.compile(r"exit_group\(|close\(\d+<pipe:")
+# What the child of `fork` calls before it is the bundler, and what makes strace look there.
+CHILD_CALLS = (("dup2", 1), ("dup2", 2), ("execve", 1))
+CHILD_WORDS = {"dup2": ("-f",), "execve": ("-f", "-P", "bundler/clang-offload-bundler")}
+
+
+def faults(job, call, is_full):
+    """Returns the faults of a system call in a job, as (call, when, error, line of strace)."""
+    found, calls = [], calls_of_main(job)
+    for name, number, line in calls:
+        if (name == call or call == "others" and name not in ERRORS) and not NOT_TRIED.match(line):
+            for error in ERRORS.get(name, ["EIO"])[:None if is_full else 2]:
+                found.append((name, str(number), error, line))
+                if is_full and name != "close" and error != "EINTR":
+                    found.append((name, "%d+" % number, error, line))  # from then on
+    if any(name.startswith(("clone", "vfork")) for name, *_ in calls):
+        found += [(name, str(number), error, name + "(")
+                  for name, number in CHILD_CALLS if name == call for error in ERRORS[name]]
+    return found
+
+
+def try_fault(job, call, when, error, line):
+    fault = "%s:%s:when=%s" % (call, "retval=0" if error == "0" else "error=" + error, when)
+    may_be_silent = WITHOUT_WORDS.match(line) or "+" in when
+    job = dataclasses.replace(job, error="" if may_be_silent else job.error,
+                              may_leave_files=call.startswith("unlink"))
+    for _ in range(3):  # how often some are called depends on time
+        report, lines = trace(job, "-e", "trace=" + call, "-e", "inject=" + fault,
+                              *CHILD_WORDS.get(call, ()))
+        if any("INJECTED" in text for text in lines):
+            break
+    else:
+        report = "%s: the run never made this call\n%s" % (job.name, report)
+    return report and "%s\nwhen this failed as %s: %s" % (report, fault, line)
+
+
+@pytest.mark.parametrize("call", [*ERRORS, "others"])
+def test_system_call_fails(call, request):
+    is_full = request.config.getoption("full")
+    expect_none(try_fault(job, *fault) for job in (JOBS if is_full else QUICK)
+                for fault in faults(job, call, is_full))

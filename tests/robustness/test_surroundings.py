@@ -1,0 +1,58 @@
+"""An unfriendly /tmp, environment and command line; closed standard streams."""
+import dataclasses
+import os
+import time
+
+from jobs import JOBS
+from support import KEPT, Case, Place, difference, expect_none, read, run
+
+TEXTS = {"conversions": "%n%s%n", "two lines": "a\nb", "terminal codes": "\033[2J\033]0;x\a",
+         "substitution": "$(touch inc)", "command": "; rm -rf .", "parents": "../../..",
+         "no text": "\udcff", "100 KB": "x" * 100000, "131 KB": "y" * 131000}
+VARIABLES = "ROCM_PATH HIP_CLANG_PATH TAVROSM_TARGET TZ LC_ALL TMPDIR GLIBC_TUNABLES".split()
+COMMAND_LINES = (
+    "--TEXT", "-fatbin=inc -create=fat --cicc-cmdline=TEXT", "-fatbin=gone/TEXT", "-fatbin=TEXT",
+    "-create=gone/TEXT", "-fatbin=inc --offload-arch=TEXT", "-create=x --image3=kind=elf,s,f=TEXT")
+
+
+def cases(is_full):
+    values = {"unset": None, "empty": "", "a device": ":/dev/zero", **TEXTS}
+    streams = {"input": "<&-", "output": ">&-", "errors": "2>&-"}
+    closed = [[name for bit, name in enumerate(streams) if number >> bit & 1] for number in range(8)]
+    return [
+        *(Case("%s: %s" % (variable, name), env={variable: value})
+          for variable in VARIABLES for name, value in values.items()),
+        *(Case("%s: %s" % (line, name), args=tuple(
+            word.replace("TEXT", text) for word in line.split()))
+          for line in COMMAND_LINES for name, text in TEXTS.items()),
+        Case("command line of 1 MB", args=KEPT + ("--image3", "x" * 100) * 10000, status=(0,)),
+        *(dataclasses.replace(
+            job, name="%s, closed: %s" % (job.name, ", ".join(names) or "none"), error="",
+            before='exec "$@" ' + " ".join(streams[name] for name in names))
+          for job in JOBS for names in closed)]
+
+
+def test_surroundings(case):
+    expect_none([run(case)])
+
+
+# Puts another user's links, folders and pipes under the names that can be guessed.
+def plant(place):
+    place.path("victim").write_bytes(b"precious")
+    makers = (lambda name: os.symlink(place.path("victim"), name), os.mkdir, os.mkfifo)
+    for second in range(60):
+        at = time.localtime(time.time() + second)[1:6]
+        for number, end in enumerate(("", ".fatbin", "-%016x.fatbin" % 0)):
+            name = "/tmp/%s-%s%s" % (place.stem, "%x%x%x%x%x" % at, end)
+            makers[(second + number) % 3](name)
+            place.left_alone.add(name)
+            os.lchown(name, *((65534, 65534) if os.getuid() == 0 else (-1, -1)))
+
+
+def test_planted_names_are_not_used():
+    with Place() as place:
+        plant(place)
+        expect_none(run(Case("run %d" % n, args=("-fatbin=inc.%d" % n,), status=(0,)), place)
+                    for n in range(20))
+        expect_none(place.leftovers())
+        expect_none([difference("victim", read(place.path("victim")), b"precious")])
