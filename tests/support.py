@@ -60,6 +60,7 @@ class Case:
     output: str = ""            # pattern of what is printed with status 0
     error: str = r"\S"          # and with status 1
     may_leave_files: bool = False
+    older: bytes = b""          # content of the include file before the run; empty: there is none
 
 
 def kept_and_temporary(cases):
@@ -97,30 +98,24 @@ def difference(name, actual, expected):
         name, len(actual), len(expected), at, line + 1) + "  expected: %r\n  actual:   %r" % (*shown,)
 
 
-def processes_of(group):
-    """Returns the processes of a group, as (number, command line)."""
-    found = []
-    for number in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            if os.getpgid(int(number)) == group:
-                found.append((number, read("/proc/%s/cmdline" % number).replace(b"\0", b" ")))
-        except OSError:  # it has ended
-            pass
-    return found
-
-
-def stop_group(group):
-    """Returns the processes that are left of a group, which are ended."""
+def stop_session(session):
+    """Returns the processes that are left of a session, as texts; they are ended."""
     end = time.monotonic() + 2  # seconds, for one that was killed to vanish
-    while time.monotonic() < end:
-        try:
-            if os.waitpid(-group, os.WNOHANG)[0] == 0:
-                time.sleep(0.005)
-        except ChildProcessError:
-            return []
-    left = processes_of(group)
-    os.killpg(group, signal.SIGKILL)
-    return ["%s %r" % process for process in left]
+    while True:
+        left = {}
+        for number in filter(str.isdigit, os.listdir("/proc")):
+            try:
+                if os.getsid(int(number)) == session:
+                    left[int(number)] = "%s %r" % (number, read("/proc/%s/cmdline" % number))
+                    os.waitpid(int(number), os.WNOHANG)
+            except OSError:  # it has just ended, or is not a child yet
+                pass
+        if not left or time.monotonic() > end:
+            break
+        time.sleep(0.005)
+    for number in left:
+        os.kill(number, signal.SIGKILL)
+    return left.values()
 
 
 class Place(tempfile.TemporaryDirectory):
@@ -172,6 +167,16 @@ class Place(tempfile.TemporaryDirectory):
         return [difference(name, read(self.path(name)), wanted[option]()) for option, name in files]
 
 
+    def wrong_remains(self, case, status):
+        """Tells the include files that a run with another status than 0 must not leave."""
+        for name in (arg.split("=", 1)[1] for arg in case.args if arg.startswith("-fatbin=")):
+            left = read(self.path(name))
+            # A signal that arrives at the very end may find the file complete.
+            if left is not None and left != case.older and not (
+                    status < 0 and left == include_text(self.image, "-link" in case.args)):
+                yield "left an unfinished %s of %d bytes" % (name, len(left))
+
+
 def report(case, child, output, problems):
     """Returns a report of what went wrong in a run; empty where nothing did."""
     problems = [problem for problem in problems if problem]
@@ -183,28 +188,36 @@ def report(case, child, output, problems):
         *problems])
 
 
-def run(case, place=None, wrapper=()):
-    """Runs a case, in a place of its own or a shared one. Returns a report; empty: all is well."""
+def run(case, place=None, wrapper=(), act=lambda place, child: None):
+    """Runs a case, in a place of its own or a shared one. Returns a report; empty: all is well.
+
+    `act` is called during the run. It may return the time from which on the run has a second left."""
     if place is None:
         with Place(case.size) as own:
-            return run_in(own, case, wrapper, not case.may_leave_files)
-    return run_in(place, case, wrapper, False)
+            return run_in(own, case, wrapper, act, not case.may_leave_files)
+    return run_in(place, case, wrapper, act, False)
 
 
-def run_in(place, case, wrapper, is_alone):
+def run_in(place, case, wrapper, act, is_alone):
+    if case.older:
+        place.path("inc").write_bytes(case.older)
     child = place.start(case, wrapper)
     try:
+        sent = act(place, child)
         output = child.communicate(timeout=30)[0].decode(errors="replace")
     except subprocess.TimeoutExpired:  # no run takes long
         os.killpg(child.pid, signal.SIGKILL)
         return report(case, child, child.communicate()[0].decode(errors="replace"), ["it hangs"])
+    seconds = time.monotonic() - sent if sent else 0
     pattern = case.output if child.returncode == 0 else case.error
     return report(case, child, output, [
+        seconds > 1 and "it took %.1f s to end" % seconds,
         child.returncode not in case.status and "the status should be of " + str(case.status),
         not re.search(pattern, output) and "the output should match " + pattern,
-        *(place.wrong_files(case) if child.returncode == 0 else ()),
+        *(place.wrong_files(case) if child.returncode == 0 else () if case.may_leave_files else
+          place.wrong_remains(case, child.returncode)),
         *("left in /tmp: " + file for file in (place.leftovers() if is_alone else ())),
-        *("left running: " + process for process in stop_group(child.pid))])
+        *("left running: " + process for process in stop_session(child.pid))])
 
 
 def expect_none(reports):

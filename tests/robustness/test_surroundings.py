@@ -4,7 +4,7 @@ import os
 import time
 
 from jobs import JOBS
-from support import KEPT, Case, Place, difference, expect_none, read, run
+from support import COPY, KEPT, Case, Place, difference, expect_none, read, run
 
 TEXTS = {"conversions": "%n%s%n", "two lines": "a\nb", "terminal codes": "\033[2J\033]0;x\a",
          "substitution": "$(touch inc)", "command": "; rm -rf .", "parents": "../../..",
@@ -13,6 +13,12 @@ VARIABLES = "ROCM_PATH HIP_CLANG_PATH TAVROSM_TARGET TZ LC_ALL TMPDIR GLIBC_TUNA
 COMMAND_LINES = (
     "--TEXT", "-fatbin=inc -create=fat --cicc-cmdline=TEXT", "-fatbin=gone/TEXT", "-fatbin=TEXT",
     "-create=gone/TEXT", "-fatbin=inc --offload-arch=TEXT", "-create=x --image3=kind=elf,s,f=TEXT")
+
+
+# A shell that becomes the tool can leave it children; this one lives as long as the tool. Its fat
+# binary is out of date.
+HANDED_DOWN = ("echo stale >fat; mkfifo gate; exec 7<>gate 8<gate; cat <&8 7>&- & "
+               "exec 8<&-; export CHILD=$!")
 
 
 def cases(is_full):
@@ -25,6 +31,10 @@ def cases(is_full):
         *(Case("%s: %s" % (line, name), args=tuple(
             word.replace("TEXT", text) for word in line.split()))
           for line in COMMAND_LINES for name, text in TEXTS.items()),
+        Case("handed-down child", args=KEPT, before=HANDED_DOWN),
+        Case("handed-down child that has ended", args=KEPT, before=HANDED_DOWN + "; kill $!"),
+        Case("handed-down child that ends", args=KEPT, before=HANDED_DOWN,
+             bundler="kill $CHILD; " + COPY),
         Case("command line of 1 MB", args=KEPT + ("--image3", "x" * 100) * 10000, status=(0,)),
         *(dataclasses.replace(
             job, name="%s, closed: %s" % (job.name, ", ".join(names) or "none"), error="",
