@@ -1,4 +1,3 @@
-#include <map>
 #include <regex>
 
 #include "harness.h"
@@ -6,52 +5,79 @@
 using BundleTest = ProgramTest;
 
 TEST_F(BundleTest, TemporaryNameTellsImageAndLocalTimeAndDiffersFromRunToRun) {
-  const std::string token = "printf %x%x%x%x%x $(date '+%-m %-d %-H %-M %-S')";
-  const std::map<std::string, std::string> stems = {
-      {"./" + image_, stem_}, {"a.tar.o", "a.tar"}, {"b", "b"}, {".o", ""}};
+  const struct {
+    std::string image;
+    std::string stem;
+  } kNames[] = {{"./" + image_, stem_}, {"a.tar.o", "a.tar"}, {"b", "b"}, {".o", ""}};
+  const std::string print_time = "printf %x%x%x%x%x $(date '+%-m %-d %-H %-M %-S')";
   std::string last_digits;
-  for (const auto& [image, stem] : stems) {
-    const std::string tokens = std::get<1>(
-        Run("export TZ=EAST-5:30; " + token +
-            "; printf '|'; ./tavrofuse --image3=kind=elf,s,f=" + image + " && " + token));
+  for (const auto& row : kNames) {
+    SCOPED_TRACE(row.image);
+    const Result result =
+        Run("export BUNDLER=: TZ=EAST-5:30; " + print_time +
+            "; printf '|'; ./tavrofuse --image3=kind=elf,s,f=" + row.image + " && " + print_time);
     const std::string args = GetBundlerArgs();
-    const std::regex form("=(/tmp/" + stem + "-(" + tokens + ")-([0-9a-f]{16})\\.fatbin)\n$");
+    const std::regex form("=(/tmp/" + row.stem + "-(" + result.out +
+                          ")-([0-9a-f]{16})\\.fatbin)\n$");
     std::smatch name;
-    ASSERT_TRUE(std::regex_search(args, name, form)) << args;
-    EXPECT_FALSE(std::filesystem::exists(name[1].str()));
+    ASSERT_TRUE(std::regex_search(args, name, form)) << args << "at " << result.out;
     EXPECT_NE(name[3], last_digits);
     last_digits = name[3];
   }
 }
 
 TEST_F(BundleTest, OutcomeOfTheBundlerDecidesAndItsWordsArePassedOnAsTheyAre) {
-  const auto expect_status = [&](const std::string& setting, int status) {
-    WriteFile("inc", "before");
-    EXPECT_EQ(Run("BUNDLER_STDOUT='100% %s %n\n' BUNDLER_STDERR='\xff%%' " + setting +
-                  " ./tavrofuse $image3 --embedded-fatbin=inc"),
-              Result(status, "100% %s %n\n\xff%%", ""));
-    EXPECT_EQ(ReadFile("inc") == "before", status != 0);
+  const struct {
+    const char* end;
+    int status;
+    bool is_written;
+  } kBundlers[] = {
+      {"exit 0", 0, true},
+      {"exit 255", 1, false},
+      {"kill -15 $$", 1, false},
+      // What tavrofuse itself sends to a bundler that hangs; it knows of that from elsewhere.
+      {"kill -9 $$", 0, true},
   };
-  expect_status("BUNDLER_EXIT=0", 0);
-  expect_status("BUNDLER_EXIT=255", 1);
-  expect_status("BUNDLER_SIGNAL=15", 1);
-  // What tavrofuse itself sends to a bundler that hangs; it knows of that from elsewhere.
-  expect_status("BUNDLER_SIGNAL=9", 0);
+  for (const auto& row : kBundlers) {
+    SCOPED_TRACE(row.end);
+    WriteFile("inc", "before");
+    setenv("BUNDLER",
+           (R"(cp "$in" "$out"; echo '100% %s %n'; printf '\377%%%%' >&2; )" + std::string(row.end))
+               .c_str(),
+           1);
+    const Result expected = {row.status, "100% %s %n\n\xff%%", ""};
+    EXPECT_EQ(Run("./tavrofuse $image3 --embedded-fatbin=inc"), expected);
+    EXPECT_EQ(ReadFile("inc") != "before", row.is_written);
+  }
+}
+
+TEST_F(BundleTest, BundlerThatCannotBeStartedIsNamed) {
   std::filesystem::create_directory("clang-offload-bundler");
-  EXPECT_EQ(Run("./tavrofuse $image3 --clang-path=."),
-            Result(1, "error: ./clang-offload-bundler: Permission denied\n", ""));
+  const Result expected = {1, "error: ./clang-offload-bundler: Permission denied\n", ""};
+  EXPECT_EQ(Run("./tavrofuse $image3 --clang-path=."), expected);
 }
 
 TEST_F(BundleTest, LogLevelHidesLinesButNotTheStatus) {
   const std::string error = "tavrofuse error: Failed to write .: open file: Is a directory\n";
-  const auto run_at = [&](const std::string& level) {
-    return Run("BUNDLER_STDOUT=bundled ./tavrofuse $image3 -fatbin=. -log-level=" + level);
+  const struct {
+    const char* level;
+    Result result;
+  } kLevels[] = {
+      {"fatal", {1, "", ""}},
+      {"error", {1, "", error}},
+      {"warning", {1, "", error}},
+      // The first line chooses the stream for all. An error goes on where the bundler stopped.
+      {"info", {1, "bundled" + error, ""}},
+      {"debug", {1, "bundled" + error, ""}},
+      {"trace", {1, "bundled" + error, ""}},
+      {"Fatal", {1, "bundled" + error, ""}},
+      {"none", {1, "bundled" + error, ""}},
   };
-  EXPECT_EQ(run_at("fatal"), Result(1, "", ""));
-  EXPECT_EQ(run_at("error"), Result(1, "", error));
-  EXPECT_EQ(run_at("warning"), Result(1, "", error));
-  // The first line chooses the stream for all. An error goes on where the bundler stopped.
-  for (const char* level : {"info", "debug", "trace", "Fatal", "none"}) {
-    EXPECT_EQ(run_at(level), Result(1, "bundled" + error, "")) << level;
+  for (const auto& row : kLevels) {
+    EXPECT_EQ(Run("BUNDLER='printf bundled >\"$out\"; printf bundled' ./tavrofuse $image3 -fatbin=."
+                  " -log-level=" +
+                  std::string(row.level)),
+              row.result)
+        << row.level;
   }
 }
