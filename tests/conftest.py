@@ -9,6 +9,9 @@ import support
 
 def pytest_addoption(parser):
     parser.addoption("--tool", type=os.path.abspath, help="the tavrofuse to run")
+    parser.addoption("--prefix", help="where all is installed")
+    parser.addoption("--docdir", help="the folder of its documents, below that")
+    parser.addoption("--bundler-dir", help="the folder of a real clang-offload-bundler")
     parser.addoption("--full", action="store_true", help="more cases, for minutes")
 
 
