@@ -14,10 +14,15 @@ install(EXPORT tavrofuse
   NAMESPACE tavrofuse::
   FILE tavrofuseTargets.cmake
   DESTINATION "${tavrofuse_package_dir}" COMPONENT tavrofuse)
+# A bundler for --clang-path that adapts the command line for LLVM 21 and newer.
+set(tavrofuse_adapter_dir "${CMAKE_INSTALL_LIBEXECDIR}/tavrofuse")
+install(PROGRAMS "${PROJECT_SOURCE_DIR}/adapter/clang-offload-bundler"
+  DESTINATION "${tavrofuse_adapter_dir}" COMPONENT tavrofuse)
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/tavrofuseConfig.cmake.in"
   "${PROJECT_BINARY_DIR}/tavrofuseConfig.cmake"
   INSTALL_DESTINATION "${tavrofuse_package_dir}"
+  PATH_VARS tavrofuse_adapter_dir
   NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/tavrofuseConfigVersion.cmake"
   VERSION "${PROJECT_VERSION}"

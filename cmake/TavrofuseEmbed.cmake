@@ -14,78 +14,57 @@
 # DEPENDS  what else has to be there first, such as a target of another folder that makes the image
 #
 # The bundler is the one in the folder TAVROFUSE_CLANG_PATH, or else in llvm/bin of
-# TAVROFUSE_ROCM_PATH. With neither set, the first usable one is taken that is in HIP_CLANG_PATH or
-# llvm/bin of ROCM_PATH (both of the environment), in /opt/rocm/llvm/bin, in PATH, or in
-# /usr/lib/llvm-*/bin, newest first.
+# TAVROFUSE_ROCM_PATH. With neither set, the first usable one is taken that the environment variable
+# TAVROFUSE_BUNDLER names or that is in HIP_CLANG_PATH or llvm/bin of ROCM_PATH (both of the
+# environment), in /opt/rocm/llvm/bin, in PATH, or in /usr/lib/llvm-*/bin, newest first. A bundler that
+# refuses the arguments of tavrofuse is run through the adapter that comes with tavrofuse.
 #
-# The build itself says all on the command line; the environment has no say in what tavrofuse does.
+# The command in the build names all that the run depends on: the environment of the build has no
+# influence.
 
 # Also for projects that ask for less.
 cmake_policy(VERSION 3.20)
 
-set(TAVROFUSE_CLANG_PATH "" CACHE PATH
-  "Folder of clang-offload-bundler, such as that of LLVM 15 to 19")
+set(TAVROFUSE_CLANG_PATH "" CACHE PATH "Folder of clang-offload-bundler, of LLVM 15 or newer")
 set(TAVROFUSE_ROCM_PATH "" CACHE PATH "ROCm installation, whose llvm/bin has the bundler")
 mark_as_advanced(TAVROFUSE_ROCM_PATH)
 
-# Whether the folder has a bundler that takes what tavrofuse passes; older and newer ones don't.
-function(_tavrofuse_has_bundler folder result)
-  set(status 1)
-  if(EXISTS "${folder}/clang-offload-bundler")
-    execute_process(
-      COMMAND "${folder}/clang-offload-bundler" -type=o -bundle-align=4096
-        -targets=host-x86_64-unknown-linux,hipv4-amdgcn-amd-amdhsa--gfx906
-        -input=/dev/null -input=/dev/null -output=-
-      # No pipe: the bundlers of LLVM 15 and 16 seek in what they write.
-      RESULT_VARIABLE status OUTPUT_FILE /dev/null ERROR_QUIET)
-  endif()
-  if(status EQUAL 0)
-    set(${result} TRUE PARENT_SCOPE)
-  else()
-    set(${result} FALSE PARENT_SCOPE)
-  endif()
-endfunction()
-
-# The folder of a usable bundler, or an error. What was found stays, until something else is asked
-# for or it is gone.
-function(_tavrofuse_find_bundler result)
+# Finds a usable bundler: sets TAVROFUSE_FOUND_FOLDER to the folder for --clang-path, that of the
+# bundler or of the adapter, and TAVROFUSE_FOUND_BUNDLER to the bundler itself. If there is none, the
+# first is empty and TAVROFUSE_FOUND_PROBLEM says why. What was found stays, until something else is
+# asked for or it is gone.
+function(_tavrofuse_find_bundler)
   set(asked "${TAVROFUSE_CLANG_PATH}|${TAVROFUSE_ROCM_PATH}")
-  if(asked STREQUAL TAVROFUSE_ASKED AND EXISTS "${TAVROFUSE_FOUND}/clang-offload-bundler")
-    set(${result} "${TAVROFUSE_FOUND}" PARENT_SCOPE)
+  if(asked STREQUAL TAVROFUSE_FOUND_FOR AND EXISTS "${TAVROFUSE_FOUND_BUNDLER}"
+      AND EXISTS "${TAVROFUSE_FOUND_FOLDER}/clang-offload-bundler")
     return()
   endif()
+  set(folder "")
   if(TAVROFUSE_CLANG_PATH)
-    set(folders "${TAVROFUSE_CLANG_PATH}")
+    set(folder "${TAVROFUSE_CLANG_PATH}")
   elseif(TAVROFUSE_ROCM_PATH)
-    set(folders "${TAVROFUSE_ROCM_PATH}/llvm/bin")
-  else()
-    set(folders "$ENV{HIP_CLANG_PATH}")
-    if(NOT "$ENV{ROCM_PATH}" STREQUAL "")
-      list(APPEND folders "$ENV{ROCM_PATH}/llvm/bin")
-    endif()
-    string(REPLACE ":" ";" path "$ENV{PATH}")
-    file(GLOB llvms "/usr/lib/llvm-*/bin")
-    list(SORT llvms COMPARE NATURAL ORDER DESCENDING)
-    list(APPEND folders /opt/rocm/llvm/bin ${path} ${llvms})
-    list(REMOVE_ITEM folders "")
+    set(folder "${TAVROFUSE_ROCM_PATH}/llvm/bin")
   endif()
-  foreach(folder IN LISTS folders)
-    get_filename_component(folder "${folder}" ABSOLUTE)
-    _tavrofuse_has_bundler("${folder}" is_usable)
-    if(is_usable)
-      message(STATUS "Embedding with the clang-offload-bundler in ${folder}")
-      set(TAVROFUSE_ASKED "${asked}" CACHE INTERNAL "")
-      set(TAVROFUSE_FOUND "${folder}" CACHE INTERNAL "")
-      set(${result} "${folder}" PARENT_SCOPE)
-      return()
+  get_target_property(adapter tavrofuse::adapter IMPORTED_LOCATION)
+  execute_process(
+    COMMAND "${adapter}" --tavrofuse-find ${folder}
+    WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}"
+    RESULT_VARIABLE status OUTPUT_VARIABLE found ERROR_VARIABLE problem)
+  set(folder "")
+  set(bundler "")
+  if(status EQUAL 0 AND found MATCHES "^([^\n]+)\n([^\n]+)\n$")
+    get_filename_component(folder "${CMAKE_MATCH_1}" ABSOLUTE)
+    get_filename_component(bundler "${CMAKE_MATCH_2}" ABSOLUTE)
+    set(how "")
+    if(NOT bundler STREQUAL "${folder}/clang-offload-bundler")
+      set(how ", through the adapter in ${folder}")
     endif()
-  endforeach()
-  list(JOIN folders "\n  " folders)
-  message(FATAL_ERROR
-    "tavrofuse_embed found no clang-offload-bundler that takes the arguments of tavrofuse, as that "
-    "of LLVM 15 to 19 does (from 16 on with llvm-objcopy in its folder or in PATH). Install one "
-    "(on Debian and Ubuntu clang-tools-16 and llvm-16, say) or set TAVROFUSE_CLANG_PATH to its "
-    "folder. Looked in\n  ${folders}")
+    message(STATUS "Embedding with ${bundler}${how}")
+  endif()
+  set(TAVROFUSE_FOUND_FOR "${asked}" CACHE INTERNAL "")
+  set(TAVROFUSE_FOUND_FOLDER "${folder}" CACHE INTERNAL "")
+  set(TAVROFUSE_FOUND_BUNDLER "${bundler}" CACHE INTERNAL "")
+  set(TAVROFUSE_FOUND_PROBLEM "${problem}" CACHE INTERNAL "")
 endfunction()
 
 # What stands for `file` on the bundler's command line, which has no quoting: no character of
@@ -158,7 +137,22 @@ function(tavrofuse_embed)
   get_filename_component(fatbin_folder "${fatbin}" DIRECTORY)
   file(MAKE_DIRECTORY "${folder}" "${fatbin_folder}")
 
-  _tavrofuse_find_bundler(clang)
+  _tavrofuse_find_bundler()
+  if(NOT TAVROFUSE_FOUND_FOLDER)
+    message(FATAL_ERROR
+      "tavrofuse_embed found no clang-offload-bundler that works. It has to be of LLVM 15 or newer, from "
+      "16 on with llvm-objcopy in its folder or in PATH. Install one (on Debian and Ubuntu "
+      "clang-tools-19 and llvm-19, say) or set TAVROFUSE_CLANG_PATH to its folder.\n"
+      "${TAVROFUSE_FOUND_PROBLEM}")
+  endif()
+  set(clang "${TAVROFUSE_FOUND_FOLDER}")
+  set(command tavrofuse::tavrofuse)
+  set(bundlers "${clang}/clang-offload-bundler")
+  if(NOT TAVROFUSE_FOUND_BUNDLER STREQUAL bundlers)
+    set(command "${CMAKE_COMMAND}" -E env "TAVROFUSE_BUNDLER=${TAVROFUSE_FOUND_BUNDLER}"
+      "$<TARGET_FILE:tavrofuse::tavrofuse>")
+    list(APPEND bundlers "${TAVROFUSE_FOUND_BUNDLER}")
+  endif()
   _tavrofuse_get_word("image" "${image}" "[ ,=]" image_word)
   _tavrofuse_get_word("fat binary" "${fatbin}" " " fatbin_word)
   _tavrofuse_get_word("folder of the bundler" "${clang}" " " clang_word)
@@ -175,7 +169,7 @@ function(tavrofuse_embed)
   # With --create, nothing is made outside the build folder.
   add_custom_command(
     OUTPUT "${include_file}" "${fatbin}"
-    COMMAND tavrofuse::tavrofuse
+    COMMAND ${command}
       "--image3=kind=elf,sm=${arg_ARCH},file=${image_word}"
       "--offload-arch=${arg_ARCH}"
       ${link}
@@ -186,7 +180,7 @@ function(tavrofuse_embed)
     DEPENDS
       "${image}"
       "$<TARGET_FILE:tavrofuse::tavrofuse>"
-      "${clang}/clang-offload-bundler"
+      ${bundlers}
       ${arg_DEPENDS}
     WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"
     COMMENT "Embedding ${arg_IMAGE} for ${arg_TARGET}"

@@ -24,6 +24,7 @@ from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 DOCS = HERE.parent
+ADAPTER = DOCS.parent / "adapter/clang-offload-bundler"
 COLUMNS, CELL_WIDTH, LINE_HEIGHT, MARGIN = 92, 8, 18, 16
 
 
@@ -31,6 +32,9 @@ class Shell:
     """A folder with a ROCm installation in it, and commands run there one by one."""
 
     def __init__(self, tool, bundler_folder):
+        found = subprocess.run([ADAPTER, "--tavrofuse-find", bundler_folder], check=True, text=True,
+                               stdout=subprocess.PIPE).stdout
+        self._bundler = found.splitlines()[1]
         self._folder = tempfile.TemporaryDirectory()
         folder = Path(self._folder.name)
         (folder / "rocm/llvm").mkdir(parents=True)
@@ -42,13 +46,18 @@ class Shell:
             shutil.copy(DOCS.parent / "examples/embed" / source, folder)
         self._environment = {"PATH": f"{folder}/bin:{os.environ['PATH']}", "HOME": str(folder),
                              "LC_ALL": "C", "ROCM_PATH": "rocm",
+                             "TAVROFUSE_BUNDLER": self._bundler,
                              "image3": "--image3=kind=elf,sm=gfx906,file=dev.o"}
 
     def run(self, command):
-        """Returns what the command wrote to standard output and to standard error, and its status."""
+        """Returns what the command wrote to standard output and to standard error, and its status.
+
+        A bundler that runs through the adapter names itself by another path than one run directly."""
         done = subprocess.run(["bash", "-c", command], cwd=self._folder.name, env=self._environment,
                               capture_output=True, text=True, stdin=subprocess.DEVNULL)
-        return done.stdout, done.stderr, done.returncode
+        stdout, stderr = (text.replace(self._bundler, "rocm/llvm/bin/clang-offload-bundler")
+                          for text in (done.stdout, done.stderr))
+        return stdout, stderr, done.returncode
 
 
 def renew_block(shell, lines):
