@@ -9,13 +9,15 @@ TEST_F(BundleTest, TemporaryNameTellsImageAndLocalTimeAndDiffersFromRunToRun) {
     std::string image;
     std::string stem;
   } kNames[] = {{"./" + image_, stem_}, {"a.tar.o", "a.tar"}, {"b", "b"}, {".o", ""}};
-  const std::string print_time = "printf %x%x%x%x%x $(date '+%-m %-d %-H %-M %-S')";
+  // The clock of `date` can be a little ahead of the one that the tool reads.
+  const std::string print_time = "printf %x%x%x%x%x $(date '+%-m %-d %-H %-M %-S' -d ";
   std::string last_digits;
   for (const auto& row : kNames) {
     SCOPED_TRACE(row.image);
     const Result result =
-        Run("export BUNDLER=: TZ=EAST-5:30; " + print_time +
-            "; printf '|'; ./tavrofuse --image3=kind=elf,s,f=" + row.image + " && " + print_time);
+        Run("export BUNDLER=: TZ=EAST-5:30; " + print_time + "'1 second ago'); printf '|'; " +
+            print_time + "now); printf '|'; ./tavrofuse --image3=kind=elf,s,f=" + row.image +
+            " && " + print_time + "now)");
     const std::string args = GetBundlerArgs();
     const std::regex form("=(/tmp/" + row.stem + "-(" + result.out +
                           ")-([0-9a-f]{16})\\.fatbin)\n$");
