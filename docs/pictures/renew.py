@@ -34,14 +34,15 @@ class Shell:
     def __init__(self, tool, bundler_folder):
         found = subprocess.run([ADAPTER, "--tavrofuse-find", bundler_folder], check=True, text=True,
                                stdout=subprocess.PIPE).stdout
-        self._bundler = found.splitlines()[1]
+        clang_path, bundler = (Path(line).resolve() for line in found.splitlines())
+        self._bundler = str(bundler)
         self._folder = tempfile.TemporaryDirectory()
         folder = Path(self._folder.name)
         (folder / "rocm/llvm").mkdir(parents=True)
-        (folder / "rocm/llvm/bin").symlink_to(bundler_folder.resolve())
+        (folder / "rocm/llvm/bin").symlink_to(clang_path)
         (folder / "bin").mkdir()
         (folder / "bin/tavrofuse").symlink_to(tool.resolve())
-        (folder / "bin/clang-offload-bundler").symlink_to(bundler_folder / "clang-offload-bundler")
+        (folder / "bin/clang-offload-bundler").symlink_to(clang_path / "clang-offload-bundler")
         for source in "host.c", "kernel.cl":
             shutil.copy(DOCS.parent / "examples/embed" / source, folder)
         self._environment = {"PATH": f"{folder}/bin:{os.environ['PATH']}", "HOME": str(folder),

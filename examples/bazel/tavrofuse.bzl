@@ -15,13 +15,13 @@ def _tavrofuse_embed_impl(ctx):
     arguments.add(ctx.attr.arch, format = "--offload-arch=%s")
     arguments.add(include, format = "--embedded-fatbin=%s")
     arguments.add(fatbin, format = "--create=%s")
-    arguments.add(bundler.dirname, format = "--clang-path=%s")
+    arguments.add(ctx.executable._adapter.dirname, format = "--clang-path=%s")
     arguments.add(bundler.dirname, format = "--rocm-path=%s")
     if ctx.attr.link:
         arguments.add("--link")
 
-    # Everything that has a say in the result is on the command line. The bundler may find its
-    # objcopy through PATH alone.
+    # The adapter runs the bundler of any LLVM from 15 on. The bundler may find its objcopy through
+    # PATH alone.
     ctx.actions.run(
         executable = ctx.executable._tavrofuse,
         arguments = [arguments],
@@ -29,9 +29,9 @@ def _tavrofuse_embed_impl(ctx):
             [ctx.file.image],
             transitive = [ctx.attr._bundler[DefaultInfo].default_runfiles.files],
         ),
-        tools = [bundler],
+        tools = [ctx.executable._adapter, bundler],
         outputs = [include, fatbin],
-        env = {"PATH": bundler.dirname},
+        env = {"PATH": bundler.dirname, "TAVROFUSE_BUNDLER": bundler.path},
         mnemonic = "TavrofuseEmbed",
         progress_message = "Embedding " + ctx.file.image.short_path,
     )
@@ -57,6 +57,11 @@ tavrofuse_embed = rule(
             executable = True,
             cfg = "exec",
         ),
+        "_adapter": attr.label(
+            default = "@tavrofuse_toolchain//:adapter",
+            executable = True,
+            cfg = "exec",
+        ),
         "_bundler": attr.label(
             default = "@tavrofuse_toolchain//:bundler",
             executable = True,
@@ -70,6 +75,8 @@ package(default_visibility = ["//visibility:public"])
 
 filegroup(name = "tavrofuse", srcs = ["bin/tavrofuse"])
 
+filegroup(name = "adapter", srcs = ["adapter/clang-offload-bundler"])
+
 # The bundler runs objcopy, and may have brought libraries of its own.
 filegroup(
     name = "bundler",
@@ -81,24 +88,25 @@ filegroup(
 )
 """
 
-def _find_llvm(repository):
-    folder = repository.os.environ.get("TAVROFUSE_LLVM")
-    if folder:
-        return repository.path(folder)
-
-    # Bundlers of other versions take other options, or targets of another form.
-    for version in range(19, 14, -1):
-        llvm = repository.path("/usr/lib/llvm-%d" % version)
-        if llvm.get_child("bin").get_child("clang-offload-bundler").exists:
-            return llvm
-    return fail("no clang-offload-bundler of LLVM 15 to 19; TAVROFUSE_LLVM names another LLVM")
-
 def _tavrofuse_toolchain_impl(repository):
     tavrofuse = repository.os.environ.get("TAVROFUSE") or repository.which("tavrofuse")
     if not tavrofuse:
         fail("no tavrofuse in PATH; TAVROFUSE names another place")
-    llvm = _find_llvm(repository)
+    tavrofuse = repository.path(tavrofuse)
+    adapter = repository.os.environ.get("TAVROFUSE_ADAPTER")
+    if not adapter:
+        libexec = tavrofuse.dirname.dirname.get_child("libexec")
+        adapter = libexec.get_child("tavrofuse").get_child("clang-offload-bundler")
+
+    # The adapter knows where bundlers are, and which of them works.
+    llvm = repository.os.environ.get("TAVROFUSE_LLVM")
+    found = repository.execute([adapter, "--tavrofuse-find"] + ([llvm + "/bin"] if llvm else []))
+    if found.return_code:
+        fail(found.stderr)
+    bundler = repository.path(found.stdout.splitlines()[1])
+    llvm = repository.path(bundler.realpath.dirname.dirname)
     repository.symlink(tavrofuse, "bin/tavrofuse")
+    repository.symlink(adapter, "adapter/clang-offload-bundler")
     for tool in ["clang-offload-bundler", "llvm-objcopy"]:
         path = llvm.get_child("bin").get_child(tool)
         if not path.exists:
@@ -109,7 +117,7 @@ def _tavrofuse_toolchain_impl(repository):
 
 tavrofuse_toolchain = repository_rule(
     implementation = _tavrofuse_toolchain_impl,
-    doc = "Takes $TAVROFUSE, else the one in PATH; $TAVROFUSE_LLVM, else the newest of 15 to 19.",
-    environ = ["PATH", "TAVROFUSE", "TAVROFUSE_LLVM"],
+    doc = "Takes $TAVROFUSE, else the one in PATH; $TAVROFUSE_LLVM, else the first that works.",
+    environ = ["PATH", "TAVROFUSE", "TAVROFUSE_ADAPTER", "TAVROFUSE_BUNDLER", "TAVROFUSE_LLVM"],
     local = True,
 )
