@@ -5,13 +5,15 @@ usage: examples.py FILE COMPILER [FLAG...]
 """
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
 
 page = pathlib.Path(sys.argv[1]).read_text()
 compiler = sys.argv[2:]
-library = subprocess.check_output(["pkg-config", "--cflags", "--libs", "libbasic"], text=True).split()
+flags = subprocess.check_output(["pkg-config", "--cflags", "--libs", "libbasic"], text=True)
+library = shlex.split(flags)  # blanks in a path are escaped
 examples = re.findall(r"^```cpp\n(.*?)^```\n+```text\n(.*?)^```$", page, re.M | re.S)
 if not examples or len(examples) != page.count("```cpp"):
     sys.exit("a C++ block has no output behind it, or there is none at all")
