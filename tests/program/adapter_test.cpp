@@ -44,7 +44,7 @@ TEST_F(AdapterTest, ChangesNothingButTheTargetOfTheHost) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.given);
     EXPECT_EQ(RunAdapter("TAVROFUSE_BUNDLER=new/clang-offload-bundler", row.given),
-              Result(3, std::string("<new>") + row.passed_on, ""));
+              (Result{3, std::string("<new>") + row.passed_on, ""}));
   }
 }
 
@@ -60,21 +60,21 @@ TEST_F(AdapterTest, RunsTheFirstBundlerThatIsThereExceptItself) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.environment);
-    EXPECT_EQ(RunAdapter(row.environment, ""), Result(3, row.used, ""));
+    EXPECT_EQ(RunAdapter(row.environment, ""), (Result{3, row.used, ""}));
   }
 }
 
 TEST_F(AdapterTest, RefusesToRunItselfOrAWrapperOfItself) {
   const std::string program = "adapter/clang-offload-bundler";
   AddBundler("wrapper", program + " \"$@\"; exit $?\n");
-  EXPECT_EQ(
-      RunAdapter("TAVROFUSE_BUNDLER=" + program, ""),
-      Result(1, "",
-             program + ": error: TAVROFUSE_BUNDLER does not name a bundler: '" + program + "'\n"));
+  EXPECT_EQ(RunAdapter("TAVROFUSE_BUNDLER=" + program, ""),
+            (Result{1, "",
+                    program + ": error: TAVROFUSE_BUNDLER does not name a bundler: '" + program +
+                        "'\n"}));
   EXPECT_EQ(RunAdapter("TAVROFUSE_BUNDLER=wrapper/clang-offload-bundler", ""),
-            Result(1, "",
-                   program + ": error: 'wrapper/clang-offload-bundler' is no bundler, it runs "
-                             "this adapter; TAVROFUSE_BUNDLER can name one\n"));
+            (Result{1, "",
+                    program + ": error: 'wrapper/clang-offload-bundler' is no bundler, it runs "
+                              "this adapter; TAVROFUSE_BUNDLER can name one\n"}));
 }
 
 TEST_F(AdapterTest, TellsWhichBundlerIsUsableAndHow) {
@@ -94,10 +94,10 @@ TEST_F(AdapterTest, TellsWhichBundlerIsUsableAndHow) {
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.environment) + " find " + row.folder);
     EXPECT_EQ(RunAdapter(row.environment, std::string("--tavrofuse-find ") + row.folder),
-              Result(0, row.found, ""));
+              (Result{0, row.found, ""}));
   }
   EXPECT_EQ(RunAdapter("", "--tavrofuse-find gone"),
-            Result(1, "",
-                   "adapter/clang-offload-bundler: error: no clang-offload-bundler of LLVM 15 or "
-                   "newer that works in\n  gone\n"));
+            (Result{1, "",
+                    "adapter/clang-offload-bundler: error: no clang-offload-bundler of LLVM 15 or "
+                    "newer that works in\n  gone\n"}));
 }
