@@ -208,7 +208,7 @@ bool MakeTemporaryName(const string& input_file, string& create_file) {
 // ---------------------------------------------------------------------------------------------
 // Unfinished work, and signals that end the run
 
-constexpr uint64_t kBundlerPatience = 600;  // milliseconds
+constexpr uint64_t kBundlerPatience = 800;  // milliseconds
 
 // What a run must not leave behind. A signal handler reads it at any moment, so the owners below
 // enter their work before they begin it, and take it out when it is finished.

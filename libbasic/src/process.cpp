@@ -25,7 +25,8 @@ constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
 constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
-constexpr int kKilledBySignal9 = 9;  // as a raw wait status
+constexpr uint64_t kStopInterval = 10;  // milliseconds
+constexpr int kKilledBySignal9 = 9;     // as a raw wait status
 
 // One end of a pipe, closed when it goes out of scope.
 class PipeEnd {
@@ -264,18 +265,11 @@ uint64_t GetUptime() {
          static_cast<uint64_t>(now.tv_nsec) / kNanosecondsPerMillisecond;
 }
 
-// Waits until all writers have closed the pipe, for `limit` milliseconds at most.
-void DiscardOutput(int pipe_id, uint64_t limit) {
-  if (pipe_id < 1) {
-    return;
-  }
+// Waits for output and discards it. Returns whether more can come.
+bool DiscardOutput(int pipe_id, uint64_t limit) {
   char bytes[kChunkSize];
-  const uint64_t end = GetUptime() + limit;
-  for (uint64_t now = GetUptime(); now < end; now = GetUptime()) {
-    if (WaitReadable(pipe_id, end - now) <= 0 || read(pipe_id, bytes, sizeof(bytes)) <= 0) {
-      return;
-    }
-  }
+  const int ready = WaitReadable(pipe_id, limit);
+  return ready == 0 || (ready > 0 && read(pipe_id, bytes, sizeof(bytes)) > 0);
 }
 
 }  // namespace
@@ -341,17 +335,23 @@ void Process::Stop(uint64_t patience) {
   if (pid_ < 1) {
     return;
   }
-  const bool is_running = IsRunning();
+  bool is_running = IsRunning();
   if (is_running) {
     kill(pid_, SIGTERM);
   }
-  DiscardOutput(pipe_id_, patience / 2);
-  if (is_running && IsRunning()) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+  // What the child has started may still be writing files while the pipe is open.
+  bool is_open = pipe_id_ > 0;
+  const uint64_t begin = GetUptime();
+  for (uint64_t passed = 0; (is_running || is_open) && passed <= patience;
+       passed = GetUptime() - begin) {
+    is_running = is_running && IsRunning();
+    if (is_running && (!is_open || passed >= patience / 2)) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+      is_running = false;
+    }
+    is_open = is_open && DiscardOutput(pipe_id_, kStopInterval);
   }
-  // What the child has started may still be writing files.
-  DiscardOutput(pipe_id_, patience / 2);
 }
 
 ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_child) {
