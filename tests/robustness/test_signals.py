@@ -103,9 +103,9 @@ def test_file_of_the_user_stays():
 
 # As llvm-objcopy is one, which writes the file.
 def test_child_of_the_bundler_does_not_write_later():
-    child = 'while [ -d /proc/$PPID ]; do :; done; echo late >"$out"'
-    expect_none([run(Case("late child", status=(-signal.SIGTERM,), error="", bundler=
-        "export out; (exec sh -c '%s') & kill -TERM $PPID; exec sleep 60" % child))])
+    child = '(while [ -d /proc/$$ ]; do :; done; echo late >"$out") & '
+    expect_none([run(Case("late child", status=(-signal.SIGTERM,), error="",
+                          bundler=child + "kill -TERM $PPID; exec sleep 60"))])
 
 
 @pytest.mark.parametrize("ignored", ["INT", "TERM", "HUP", "QUIT", "INT,TERM,HUP,QUIT"])
