@@ -11,6 +11,7 @@ def pytest_addoption(parser):
     parser.addoption("--tool", type=os.path.abspath, help="the tavrofuse to run")
     parser.addoption("--prefix", help="where all is installed")
     parser.addoption("--docdir", help="the folder of its documents, below that")
+    parser.addoption("--mandir", help="the folder of the man pages, below that")
     parser.addoption("--bundler-dir", help="the folder of a real clang-offload-bundler")
     parser.addoption("--full", action="store_true", help="more cases, for minutes")
 
