@@ -35,6 +35,8 @@ def cases(is_full):
              status=(0,), output=r"\A0\n1\n2\n3\n\Z"),
         Case("finds all standard streams", before='exec "$@" <&-',
              bundler='cp "$in" "$out"; ls /proc/self/fd', status=(0,), output=r"\A0\n1\n2\n3\n\Z"),
+        Case("ends while the caller ignores SIGCHLD", before='exec env --ignore-signal=CHLD "$@"',
+             status=(0,)),
         *(Case("exits with %d" % code, bundler='cp "$in" "$out"; exit %d' % code,
                status=(1,), error="") for code in codes),
         *(Case("dies of signal %d" % number, bundler='cp "$in" "$out"; kill -%d $$' % number,
