@@ -1,5 +1,6 @@
 """Options of the tests in Python. By hand: pytest-3 tests/robustness --tool=... [--full] [-k NAME]"""
 import os
+import shlex
 import sys
 
 import pytest
@@ -13,6 +14,7 @@ def pytest_addoption(parser):
     parser.addoption("--docdir", help="the folder of its documents, below that")
     parser.addoption("--mandir", help="the folder of the man pages, below that")
     parser.addoption("--bundler-dir", help="the folder of a real clang-offload-bundler")
+    parser.addoption("--under", type=shlex.split, default=[], help="a program to run commands under")
     parser.addoption("--full", action="store_true", help="more cases, for minutes")
 
 
@@ -20,6 +22,7 @@ def pytest_configure(config):
     if sys.flags.optimize:
         raise pytest.UsageError("python -O and PYTHONOPTIMIZE remove the checks of these tests")
     support.Place.tool = config.getoption("tool")
+    support.Place.under = config.getoption("under")
 
 
 def pytest_report_header():

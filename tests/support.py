@@ -121,6 +121,7 @@ def stop_session(session):
 class Place(tempfile.TemporaryDirectory):
     """A folder for one run or several, with an image and a bundler. Its name is the image's stem."""
     tool = None
+    under = ()  # the words before a command of the user
 
     def __init__(self, size=1001):
         super().__init__(prefix="tavrofuse_robustness_", dir="/tmp")
