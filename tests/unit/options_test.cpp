@@ -16,68 +16,173 @@ Options MakeOptions(const std::string& line) {
   return Options(static_cast<int>(argv.size()), argv.data());
 }
 
-// What one declaration of a flag ('f'), a single value ('v') or a list ('l') makes of `line`: the
-// text of a failure, the values in brackets, a "+" if it was found, and what is left behind a "/".
-std::string Parse(char form, const std::string& line, const std::string& name,
-                  const std::string& long_name, bool* depend = nullptr) {
+// What a declaration made of a command line.
+struct Result {
+  Strings values = {};
+  bool is_found = false;
+  std::string left = {};   // the arguments left, as the report of unsupported options has them
+  std::string error = {};  // empty unless the declaration failed
+
+  bool operator==(const Result& other) const {
+    return std::tie(values, is_found, left, error) ==
+           std::tie(other.values, other.is_found, other.left, other.error);
+  }
+  friend std::ostream& operator<<(std::ostream& out, const Result& result) {
+    return out << (result.is_found ? "found, values " : "not found, values ")
+               << testing::PrintToString(result.values) << ", left '" << result.left << "', error '"
+               << result.error << "'";
+  }
+};
+
+// Declares one option and returns what became of it. `parse` gets the object and the result.
+template <typename Parse>
+Result Declare(const std::string& line, Parse parse) {
   Options options = MakeOptions(line);
-  bool found = form != 'f';
-  Strings list(form == 'v' ? 1 : 0, "default");
-  const bool is_good = form == 'f' ? options.Parse(name, long_name, "", depend, found, false)
-                       : form == 'l'
-                           ? options.Parse(name, long_name, "", "", depend, &found, list, false)
-                           : options.Parse(name, long_name, "", "", depend, &found, list[0], false);
-  std::string result = is_good ? "" : util::GetLastError();
-  for (const std::string& value : list) result += value == "default" ? "" : "[" + value + "]";
-  const std::string left = options.GetErrorOptions(true);
-  return result + (found && is_good ? "+/" : "/") + left.substr(left.empty() ? 0 : 20);
+  Result result;
+  if (!parse(options, result)) result.error = util::GetLastError();
+  const std::string report = options.GetErrorOptions(true);
+  if (!report.empty()) result.left = report.substr(20, report.size() - 21);
+  return result;
+}
+
+Result Flag(const std::string& line, const std::string& name, const std::string& long_name,
+            bool* depend = nullptr) {
+  return Declare(line, [&](Options& options, Result& result) {
+    return options.Parse(name, long_name, "", depend, result.is_found, false);
+  });
+}
+
+Result Value(const std::string& line, const std::string& name, const std::string& long_name,
+             bool* depend = nullptr) {
+  return Declare(line, [&](Options& options, Result& result) {
+    std::string value = "default";
+    const bool is_good =
+        options.Parse(name, long_name, "", "", depend, &result.is_found, value, false);
+    if (value != "default") result.values = {value};
+    return is_good;
+  });
+}
+
+Result List(const std::string& line, const std::string& name, const std::string& long_name,
+            bool* depend = nullptr) {
+  return Declare(line, [&](Options& options, Result& result) {
+    return options.Parse(name, long_name, "", "", depend, &result.is_found, result.values, false);
+  });
 }
 
 TEST(Options, TakeTheirArgumentForms) {
-  // The arguments, then what a flag, a single value and a list make of them.
-  const Strings cases[] = {
-      {"", "/", "/", "/"},
-      {"@ a", "+/a'", "[a]+/", "[a]+/"},
-      {"x @ a b -v c", "+/x a b -v c'", "[a]+/x b -v c'", "[a][b]+/x -v c'"},
-      {"@=a b", "/@=a b'", "[a]+/b'", "[a][b]+/"},
-      {"@=-x", "/@=-x'", "[-x]+/", "[-x]+/"},
-      {"@=a=b", "/@=a=b'", "[a=b]+/", "[a=b]+/"},
-      {"@= a", "/@= a'", "/@= a'", "/@= a'"},
-      {"@", "+/", "/@'", "/@'"},
-      {"@ -x", "+/-x'", "/@ -x'", "/@ -x'"},
-      {"@ '' a", "+/a'", "[]+/a'", "[][a]+/"},
-      {"@ a @ b c", "+/a b c'", "[b]+/c'", "[a][b][c]+/"},
-      {"@ @ a @", "+/a'", "[a]+/@ @'", "[a]+/@ @'"},
-      {"@=a -x @=b", "/@=a -x @=b'", "[b]+/-x'", "[a][b]+/-x'"},
-      {"@x a @x=a -- o", "/@x a @x=a -- o'", "/@x a @x=a -- o'", "/@x a @x=a -- o'"}};
-  for (const Strings& row : cases) {
-    for (const Strings& names : {Strings{"-o", ""}, Strings{"", "--out"}}) {
-      const auto at = [&](size_t i) { return util::ReplaceAll(row[i], "@", names[0] + names[1]); };
-      ExpectPairs({{Parse('f', at(0), names[0], names[1]), at(1)},
-                   {Parse('v', at(0), names[0], names[1]), at(2)},
-                   {Parse('l', at(0), names[0], names[1]), at(3)}});
+  const struct {
+    std::string line;  // "@" stands for the name
+    Result flag;
+    Result value;
+    Result list;
+  } cases[] = {
+      {"", {}, {}, {}},
+      {"@ a", {{}, true, "a"}, {{"a"}, true}, {{"a"}, true}},
+      {"x @ a b -v c",
+       {{}, true, "x a b -v c"},
+       {{"a"}, true, "x b -v c"},
+       {{"a", "b"}, true, "x -v c"}},
+      {"@=a b", {{}, false, "@=a b"}, {{"a"}, true, "b"}, {{"a", "b"}, true}},
+      {"@=-x", {{}, false, "@=-x"}, {{"-x"}, true}, {{"-x"}, true}},
+      {"@=a=b", {{}, false, "@=a=b"}, {{"a=b"}, true}, {{"a=b"}, true}},
+      {"@= a", {{}, false, "@= a"}, {{}, false, "@= a"}, {{}, false, "@= a"}},
+      {"@", {{}, true}, {{}, false, "@"}, {{}, false, "@"}},
+      {"@ -x", {{}, true, "-x"}, {{}, false, "@ -x"}, {{}, false, "@ -x"}},
+      {"@ '' a", {{}, true, "a"}, {{""}, true, "a"}, {{"", "a"}, true}},
+      {"@ a @ b c", {{}, true, "a b c"}, {{"b"}, true, "c"}, {{"a", "b", "c"}, true}},
+      {"@ @ a @", {{}, true, "a"}, {{"a"}, true, "@ @"}, {{"a"}, true, "@ @"}},
+      {"@=a -x @=b", {{}, false, "@=a -x @=b"}, {{"b"}, true, "-x"}, {{"a", "b"}, true, "-x"}},
+      {"@x a @x=a -- o",
+       {{}, false, "@x a @x=a -- o"},
+       {{}, false, "@x a @x=a -- o"},
+       {{}, false, "@x a @x=a -- o"}},
+  };
+  for (const auto& row : cases) {
+    for (const auto& [name, long_name] : {std::pair{"-o", ""}, std::pair{"", "--out"}}) {
+      const std::string either = std::string(name) + long_name;
+      const auto with_name = [&](Result result) {
+        result.left = util::ReplaceAll(result.left, "@", either);
+        return result;
+      };
+      const std::string line = util::ReplaceAll(row.line, "@", either);
+      SCOPED_TRACE(line);
+      EXPECT_EQ(Flag(line, name, long_name), with_name(row.flag));
+      EXPECT_EQ(Value(line, name, long_name), with_name(row.value));
+      EXPECT_EQ(List(line, name, long_name), with_name(row.list));
     }
   }
 }
 
-TEST(Options, KnowTwoNamesWordsAndDependenceAndTurnDownInvalidNames) {
-  bool missing = false;
-  const std::string none = "Short and long options are empty/";
-  ExpectPairs(
-      {{Parse('v', "--out a -o b", "-o", "--out"), "[a]+/"},
-       {Parse('l', "--out a -o b", "-o", "--out"), "[b][a]+/"},
-       {Parse('f', "make make -x", "make", ""), "+/make -x'"},
-       {Parse('f', "-x make", "make", "--make"), "/-x make'"},
-       {Parse('f', "-o --out", "-o", "--out", &missing), "Unsupported option '-o'/"},
-       {Parse('v', "--out=a", "-o", "--out", &missing), "Unsupported option '--out'[a]/"},
-       {Parse('l', "-o a", "-o", "--out", &missing), "Unsupported option '-o'[a]/"},
-       {Parse('f', "", "-o", "--out", &missing) + Parse('v', "", "-o", "", &missing), "//"},
-       {Parse('f', "", "", "") + Parse('v', "- a -- b", "-", "--"), none + none + "- a -- b'"},
-       {Parse('v', "oo=a", "oo", "--out"), "Option 'oo' is invalid/oo=a'"},
-       {Parse('l', "--=a", "--", "--out"), "Option '--' is invalid/--=a'"},
-       {Parse('l', "--o a", "--o", ""), "Option '--o' is invalid/--o a'"},
-       {Parse('v', "---out=a", "-", "---out"), "Option '---out' is invalid/---out=a'"},
-       {Parse('l', "-o a -out b", "-o", "-out"), "Option '-out' is invalid[a]/-out b'"}});
+TEST(Options, TakeTheShortNameBeforeTheLongOne) {
+  EXPECT_EQ(Value("--out a -o b", "-o", "--out"), (Result{{"a"}, true}));
+  EXPECT_EQ(List("--out a -o b", "-o", "--out"), (Result{{"b", "a"}, true}));
+}
+
+TEST(Options, TakeAWordOnlyAtTheFront) {
+  EXPECT_EQ(Flag("make make -x", "make", ""), (Result{{}, true, "make -x"}));
+  EXPECT_EQ(Flag("-x make", "make", "--make"), (Result{{}, false, "-x make"}));
+}
+
+TEST(Options, ReportWhatTheyDependOn) {
+  bool is_there = false;
+  const std::string error = "Unsupported option ";
+  EXPECT_EQ(Flag("-o --out", "-o", "--out", &is_there), (Result{{}, true, "", error + "'-o'"}));
+  EXPECT_EQ(Value("--out=a", "-o", "--out", &is_there),
+            (Result{{"a"}, true, "", error + "'--out'"}));
+  EXPECT_EQ(List("-o a", "-o", "--out", &is_there), (Result{{"a"}, true, "", error + "'-o'"}));
+  EXPECT_EQ(Flag("", "-o", "--out", &is_there), Result());
+  EXPECT_EQ(Value("", "-o", "", &is_there), Result());
+}
+
+TEST(Options, RefuseInvalidNames) {
+  const std::string empty = "Short and long options are empty";
+  EXPECT_EQ(Flag("", "", ""), (Result{{}, false, "", empty}));
+  EXPECT_EQ(Value("- a -- b", "-", "--"), (Result{{}, false, "- a -- b", empty}));
+  const struct {
+    std::string line;
+    std::string name;
+    std::string long_name;
+    Result result;
+  } cases[] = {
+      {"oo=a", "oo", "--out", {{}, false, "oo=a", "Option 'oo' is invalid"}},
+      {"--=a", "--", "--out", {{}, false, "--=a", "Option '--' is invalid"}},
+      {"--o a", "--o", "", {{}, false, "--o a", "Option '--o' is invalid"}},
+      {"---out=a", "-", "---out", {{}, false, "---out=a", "Option '---out' is invalid"}},
+      {"-o a -out b", "-o", "-out", {{"a"}, false, "-out b", "Option '-out' is invalid"}},
+  };
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.line);
+    EXPECT_EQ(Value(row.line, row.name, row.long_name), row.result);
+    EXPECT_EQ(List(row.line, row.name, row.long_name), row.result);
+  }
+}
+
+// Has no default constructor, and its conversion throws at a negative number.
+struct Percentage {
+  explicit Percentage(int initial) : number(initial) {}
+  friend std::istream& operator>>(std::istream& in, Percentage& value) {
+    in >> value.number;
+    return value.number < 0 ? throw std::out_of_range("negative") : in;
+  }
+  int number;
+};
+
+struct Size : Percentage {
+  Size() : Percentage(0) {}
+};
+
+TEST(Options, KeepWhatIsNotTakenWhenAConversionThrows) {
+  Options options = MakeOptions("a --number 1 --number=-1 b --list 1 2 --list=-1 4 c");
+  Percentage number(0);
+  EXPECT_THROW(options.Parse("", "--number", "", "", nullptr, nullptr, number, false),
+               std::out_of_range);
+  EXPECT_EQ(number.number, 1);
+  std::vector<Size> list;
+  EXPECT_THROW(options.Parse("", "--list", "", "", nullptr, nullptr, list, false),
+               std::out_of_range);
+  EXPECT_EQ(list.size(), 2U);
+  EXPECT_EQ(options.GetErrorOptions(true), "Unsupported option 'a --number=-1 b --list=-1 4 c'");
 }
 
 TEST(Options, ConvertWholeTextsOnlyAndTellWhatIsLeft) {
@@ -91,24 +196,27 @@ TEST(Options, ConvertWholeTextsOnlyAndTellWhatIsLeft) {
   EXPECT_TRUE(found) << "a flag that is not given";
   options.Parse("", "--none", "", "", nullptr, &found, other, false);
   options.Parse("", "--list", "", "", nullptr, nullptr, list, false);
-  EXPECT_TRUE(number == 12 && other == 6 && !found && list == std::vector<int>({0, 1, 3}));
+  EXPECT_EQ(number, 12);
+  EXPECT_EQ(other, 6);
+  EXPECT_FALSE(found);
+  EXPECT_EQ(list, std::vector<int>({0, 1, 3}));
   Strings words = {"before"};
   options.GetNonoptions(words);
   EXPECT_EQ(words, (Strings{"before", "", "a", "c"}));
-  ExpectPairs({{options.GetErrorOptions(true), "Unsupported option 'a -x --y=b c'"},
-               {options.GetErrorOptions(false), "Unsupported option '-x --y=b'"},
-               {MakeOptions("''").GetErrorOptions(true), ""}});
+  EXPECT_EQ(options.GetErrorOptions(true), "Unsupported option 'a -x --y=b c'");
+  EXPECT_EQ(options.GetErrorOptions(false), "Unsupported option '-x --y=b'");
+  EXPECT_EQ(MakeOptions("''").GetErrorOptions(true), "");
 }
 
 TEST(Options, TakeAHundredThousandValuesInOrder) {
   std::string line = "--x";
-  std::string values;
+  Strings values;
   for (int i = 0; i < 100000; ++i) {
     line += (i % 2 == 0 ? " -o=" : " -o ") + std::to_string(i);
-    values += "[" + std::to_string(i) + "]";
+    values.push_back(std::to_string(i));
   }
-  EXPECT_TRUE(Parse('l', line, "-o", "") == values + "+/--x'");
-  EXPECT_EQ(Parse('v', line, "-o", ""), "[99999]+/--x'");
+  EXPECT_EQ(List(line, "-o", ""), (Result{values, true, "--x"}));
+  EXPECT_EQ(Value(line, "-o", ""), (Result{{"99999"}, true, "--x"}));
 }
 
 TEST(OptionsHelp, IsWrappedAsItIsDeclared) {
