@@ -2,9 +2,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cinttypes>
-#include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -17,34 +14,6 @@ using std::vector;
 
 namespace {
 
-void FormatWord(benchmark::State& state) {
-  uint64_t word = 0;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(util::StrFormat("0x%016" PRIx64, word += 0x0123456789abcdef));
-  }
-}
-BENCHMARK(FormatWord)->Name("StrFormat, a 64-bit word");
-
-// The limit for anything that goes through the C library's formatting.
-void PrintWord(benchmark::State& state) {
-  uint64_t word = 0;
-  char buffer[32];
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(
-        snprintf(buffer, sizeof(buffer), "0x%016" PRIx64, word += 0x0123456789abcdef));
-    benchmark::ClobberMemory();
-  }
-}
-BENCHMARK(PrintWord)->Name("snprintf, a 64-bit word");
-
-void FormatPath(benchmark::State& state) {
-  const string path(200, 'p');
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(util::StrFormat("Failed to read %s: %s\n", path.c_str(), "no file"));
-  }
-}
-BENCHMARK(FormatPath)->Name("StrFormat, a message with a 200 byte path");
-
 void Split(benchmark::State& state, const string& text) {
   for (auto _ : state) {
     vector<string> pieces;
@@ -54,8 +23,6 @@ void Split(benchmark::State& state, const string& text) {
 }
 BENCHMARK_CAPTURE(Split, description, "kind=elf,sm=gfx906,file=dev.o")
     ->Name("SplitString, an image description");
-BENCHMARK_CAPTURE(Split, many, util::ReplaceAll(string(1000, '.'), ".", "piece,"))
-    ->Name("SplitString, 1000 pieces");
 
 // `options` with the declarations that a compiler driver's call needs, most of them not given.
 void Declare(util::Options& options, vector<string>& images, string& file, bool& flag) {
