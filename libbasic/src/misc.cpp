@@ -48,6 +48,25 @@ std::string FormatLocalTime(const char* format, const struct tm& local_time, boo
   return text;
 }
 
+// Appends to `text`. What the forms of `StrFormat` share, at no cost of a call.
+void Format(const char* format, va_list ap, std::string& text) {
+  // Most texts are short: they need neither a second formatting nor a buffer from the heap.
+  char short_text[kShortTextSize];
+  va_list ap_for_long_text;
+  va_copy(ap_for_long_text, ap);
+  const int size = vsnprintf(short_text, sizeof(short_text), format, ap);
+  if (size >= static_cast<int>(sizeof(short_text))) {
+    const size_t begin = text.size();
+    text.resize(begin + static_cast<size_t>(size));
+    // The string's own terminator is the last byte that `vsnprintf` writes.
+    vsnprintf(&text[begin], static_cast<size_t>(size) + 1, format, ap_for_long_text);
+    text.resize(begin + strlen(&text[begin]));
+  } else if (size > 0) {
+    text.append(short_text, strnlen(short_text, static_cast<size_t>(size)));
+  }
+  va_end(ap_for_long_text);
+}
+
 // Writes the last `count` digits of `number`. Returns their end.
 char* PutDigits(char* text, int number, int count) {
   for (int i = count - 1; i >= 0; --i, number /= 10) {
@@ -76,14 +95,15 @@ std::string GetLastError() { return s_error_msg; }
 std::string StrFormat(const char* format, ...) {
   va_list ap;
   va_start(ap, format);
-  std::string text = StrFormat(format, ap);
+  std::string text;
+  Format(format, ap, text);
   va_end(ap);
   return text;
 }
 
 std::string StrFormat(const char* format, va_list ap) {
   std::string text;
-  AppendFormat(text, format, ap);
+  Format(format, ap, text);
   return text;
 }
 
@@ -91,23 +111,7 @@ std::string StrFormat(const std::string& format, va_list ap) {
   return StrFormat(format.c_str(), ap);
 }
 
-void AppendFormat(std::string& text, const char* format, va_list ap) {
-  // Most texts are short: they need neither a second formatting nor a buffer from the heap.
-  char short_text[kShortTextSize];
-  va_list ap_for_long_text;
-  va_copy(ap_for_long_text, ap);
-  const int size = vsnprintf(short_text, sizeof(short_text), format, ap);
-  if (size >= static_cast<int>(sizeof(short_text))) {
-    const size_t begin = text.size();
-    text.resize(begin + static_cast<size_t>(size));
-    // The string's own terminator is the last byte that `vsnprintf` writes.
-    vsnprintf(&text[begin], static_cast<size_t>(size) + 1, format, ap_for_long_text);
-    text.resize(begin + strlen(&text[begin]));
-  } else if (size > 0) {
-    text.append(short_text, strnlen(short_text, static_cast<size_t>(size)));
-  }
-  va_end(ap_for_long_text);
-}
+void AppendFormat(std::string& text, const char* format, va_list ap) { Format(format, ap, text); }
 
 void SplitString(const std::string& split_str, const std::string& delimiter,
                  std::vector<std::string>& out_strs) {
