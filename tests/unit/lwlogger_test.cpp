@@ -85,24 +85,27 @@ class LoggerTest : public FolderTest {
 };
 
 TEST(LwLogger, ThresholdHidesLevelsAboveIt) {
-  const char* const names[] = {"fatal", "error", "warning", "info", "debug", "trace"};
-  const char* const lines[] = {"none", "fatal: x", "error: x", "warning: x", "x", "x", "x"};
-  for (int threshold = kLogFatal; threshold < kLogEnd; ++threshold) {
-    for (int level = kLogFatal; level < kLogEnd; ++level) {
-      SCOPED_TRACE(std::string("level ") + names[level - 1] + " at " + names[threshold - 1]);
-      Logger logger;
-      logger.SetLogLevel(names[threshold - 1]);
-      const Output output = Capture([&] { logger.Log("x", static_cast<LogLevel>(level)); });
-      EXPECT_EQ(output.out + output.err, level <= threshold ? lines[level] : "");
-    }
-  }
-}
-
-TEST(LwLogger, UnknownLevelNamesAreIgnored) {
-  for (const char* name : {"Error", "none", "", "errors"}) {
+  const struct {
+    const char* threshold;  // an unknown name leaves that of "info"
+    const char* output;
+  } cases[] = {{"fatal", "none fatal: f "},
+               {"error", "none fatal: f error: e "},
+               {"warning", "none fatal: f error: e warning: w "},
+               {"info", "none fatal: f error: e warning: w i "},
+               {"debug", "none fatal: f error: e warning: w i d "},
+               {"trace", "none fatal: f error: e warning: w i d t "},
+               {"Error", "none fatal: f error: e warning: w i "},
+               {"", "none fatal: f error: e warning: w i "}};
+  const char* const texts[] = {"none ", "f ", "e ", "w ", "i ", "d ", "t "};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(row.threshold);
     Logger logger;
-    logger.SetLogLevel(name);
-    EXPECT_EQ(logger.GetLogLevel(), kLogInfo) << name;
+    logger.SetLogLevel(row.threshold);
+    const Output output = Capture([&] {
+      for (int level = kLogNone; level < kLogEnd; ++level)
+        logger.Log(texts[level], static_cast<LogLevel>(level));
+    });
+    EXPECT_EQ(output.err, row.output);
   }
 }
 
@@ -123,26 +126,17 @@ TEST(LwLogger, FirstConsoleLineChoosesTheStreamForAll) {
   }
 }
 
-TEST(LwLogger, ProcessNameStandsBeforeThePrefix) {
+TEST(LwLogger, OnlyFormatsAreFormattedAfterThePrefix) {
   Logger logger;
   logger.SetLogProcessName();
   const Output output = Capture([&] {
-    logger.Log("a ", kLogFatal);
-    logger.Log("b ", kLogWarning);
-    logger.Log("c", kLogInfo);
-  });
-  EXPECT_EQ(output.err, "unit_tests fatal: a unit_tests warning: b c");
-}
-
-TEST(LwLogger, OnlyFormatsAreFormatted) {
-  Logger logger;
-  const Output output = Capture([&] {
-    logger.Log("%s%% ");
+    logger.Log("%s%% ", kLogFatal);
     errno = ENOENT;
-    logger.Write(kLogInfo, 1, "", "%s%%%d %m", std::string("c"), 2);
+    logger.Write(kLogError, 1, "", "%s%%%d %m ", std::string("c"), 2);
     logger.Write(kLogInfo, 1, "", "");
+    logger.Log("x");
   });
-  EXPECT_EQ(output.out, "%s%% c%2 No such file or directory");
+  EXPECT_EQ(output.err, "unit_tests fatal: %s%% unit_tests error: c%2 No such file or directory x");
 }
 
 TEST(LwLogger, MacrosEvaluateOnlyWhatIsLogged) {
@@ -245,32 +239,22 @@ TEST_F(LoggerTest, AgeOfFilesIsInSecondsAndMilliseconds) {
   EXPECT_EQ(Names(), (Strings{"log-2.log", "new log"}));
 }
 
-TEST_F(LoggerTest, OneOfTwoOfTheSameAgeStays) {
+TEST_F(LoggerTest, OneOfTwoOfTheSameAgeStaysAndAllDoBesideADanglingLink) {
   Make("log-1.log", "");
   fs::create_hard_link(At("log-1.log"), At("log-2.log"));
   Logger(folder_, 1).Log("x");
   EXPECT_EQ(Names().size(), 2U);
-}
-
-TEST_F(LoggerTest, AllFilesStayBesideADanglingLink) {
-  Make("log-1.log", "");
   fs::create_symlink("gone", At("dangling"));
   Logger(folder_, 1).Log("x");
-  EXPECT_EQ(Names(), (Strings{"dangling", "log-1.log", "new log"}));
+  EXPECT_EQ(Names().size(), 4U);
 }
 
-TEST_F(LoggerTest, LinesGoToTheConsoleWhenTheFolderIsMissing) {
-  Logger logger(At("none"));
-  EXPECT_EQ(Capture([&] { logger.Log("x"); }).out, "x");
-}
-
-TEST_F(LoggerTest, LinesGoToTheConsoleAfterAnEmptyLine) {
+TEST_F(LoggerTest, LinesGoToTheConsoleWithoutAFolderAndAfterAnEmptyLine) {
+  Logger no_folder(At("none"));
+  EXPECT_EQ(Capture([&] { no_folder.Log("x"); }).out, "x");
   Logger logger(folder_);
-  const Output output = Capture([&] {
-    logger.Write(kLogInfo, 1, "", "%s", "");
-    logger.Log("x");
-  });
-  EXPECT_EQ(output.out, "x");
+  logger.Write(kLogInfo, 1, "", "%s", "");
+  EXPECT_EQ(Capture([&] { logger.Log("x"); }).out, "x");
 }
 
 TEST_F(LoggerTest, LinesGoToTheConsoleWhenTheDiskIsFull) {

@@ -34,40 +34,25 @@ struct Result {
   }
 };
 
-// Declares one option and returns what became of it. `parse` gets the object and the result.
-template <typename Parse>
-Result Declare(const std::string& line, Parse parse) {
+enum class Form { kFlag, kValue, kList };
+
+// Declares one option on the arguments of `line`.
+Result Parse(Form form, const std::string& line, const std::string& name,
+             const std::string& long_name, bool* depend = nullptr) {
   Options options = MakeOptions(line);
   Result result;
-  if (!parse(options, result)) result.error = util::GetLastError();
+  std::string value = "default";
+  bool& found = result.is_found;
+  const bool is_good =
+      form == Form::kFlag ? options.Parse(name, long_name, "", depend, found, false)
+      : form == Form::kValue
+          ? options.Parse(name, long_name, "", "", depend, &found, value, false)
+          : options.Parse(name, long_name, "", "", depend, &found, result.values, false);
+  if (value != "default") result.values = {value};
+  if (!is_good) result.error = util::GetLastError();
   const std::string report = options.GetErrorOptions(true);
   if (!report.empty()) result.left = report.substr(20, report.size() - 21);
   return result;
-}
-
-Result Flag(const std::string& line, const std::string& name, const std::string& long_name,
-            bool* depend = nullptr) {
-  return Declare(line, [&](Options& options, Result& result) {
-    return options.Parse(name, long_name, "", depend, result.is_found, false);
-  });
-}
-
-Result Value(const std::string& line, const std::string& name, const std::string& long_name,
-             bool* depend = nullptr) {
-  return Declare(line, [&](Options& options, Result& result) {
-    std::string value = "default";
-    const bool is_good =
-        options.Parse(name, long_name, "", "", depend, &result.is_found, value, false);
-    if (value != "default") result.values = {value};
-    return is_good;
-  });
-}
-
-Result List(const std::string& line, const std::string& name, const std::string& long_name,
-            bool* depend = nullptr) {
-  return Declare(line, [&](Options& options, Result& result) {
-    return options.Parse(name, long_name, "", "", depend, &result.is_found, result.values, false);
-  });
 }
 
 TEST(Options, TakeTheirArgumentForms) {
@@ -107,55 +92,50 @@ TEST(Options, TakeTheirArgumentForms) {
       };
       const std::string line = util::ReplaceAll(row.line, "@", either);
       SCOPED_TRACE(line);
-      EXPECT_EQ(Flag(line, name, long_name), with_name(row.flag));
-      EXPECT_EQ(Value(line, name, long_name), with_name(row.value));
-      EXPECT_EQ(List(line, name, long_name), with_name(row.list));
+      EXPECT_EQ(Parse(Form::kFlag, line, name, long_name), with_name(row.flag));
+      EXPECT_EQ(Parse(Form::kValue, line, name, long_name), with_name(row.value));
+      EXPECT_EQ(Parse(Form::kList, line, name, long_name), with_name(row.list));
     }
   }
 }
 
 TEST(Options, TakeTheShortNameBeforeTheLongOne) {
-  EXPECT_EQ(Value("--out a -o b", "-o", "--out"), (Result{{"a"}, true}));
-  EXPECT_EQ(List("--out a -o b", "-o", "--out"), (Result{{"b", "a"}, true}));
+  EXPECT_EQ(Parse(Form::kValue, "--out a -o b", "-o", "--out"), (Result{{"a"}, true}));
+  EXPECT_EQ(Parse(Form::kList, "--out a -o b", "-o", "--out"), (Result{{"b", "a"}, true}));
 }
 
 TEST(Options, TakeAWordOnlyAtTheFront) {
-  EXPECT_EQ(Flag("make make -x", "make", ""), (Result{{}, true, "make -x"}));
-  EXPECT_EQ(Flag("-x make", "make", "--make"), (Result{{}, false, "-x make"}));
+  EXPECT_EQ(Parse(Form::kFlag, "make make -x", "make", ""), (Result{{}, true, "make -x"}));
+  EXPECT_EQ(Parse(Form::kFlag, "-x make", "make", "--make"), (Result{{}, false, "-x make"}));
 }
 
 TEST(Options, ReportWhatTheyDependOn) {
   bool is_there = false;
   const std::string error = "Unsupported option ";
-  EXPECT_EQ(Flag("-o --out", "-o", "--out", &is_there), (Result{{}, true, "", error + "'-o'"}));
-  EXPECT_EQ(Value("--out=a", "-o", "--out", &is_there),
+  EXPECT_EQ(Parse(Form::kFlag, "-o --out", "-o", "--out", &is_there),
+            (Result{{}, true, "", error + "'-o'"}));
+  EXPECT_EQ(Parse(Form::kValue, "--out=a", "-o", "--out", &is_there),
             (Result{{"a"}, true, "", error + "'--out'"}));
-  EXPECT_EQ(List("-o a", "-o", "--out", &is_there), (Result{{"a"}, true, "", error + "'-o'"}));
-  EXPECT_EQ(Flag("", "-o", "--out", &is_there), Result());
-  EXPECT_EQ(Value("", "-o", "", &is_there), Result());
+  EXPECT_EQ(Parse(Form::kList, "-o a", "-o", "--out", &is_there),
+            (Result{{"a"}, true, "", error + "'-o'"}));
+  EXPECT_EQ(Parse(Form::kFlag, "", "-o", "--out", &is_there), Result());
+  EXPECT_EQ(Parse(Form::kValue, "", "-o", "", &is_there), Result());
 }
 
 TEST(Options, RefuseInvalidNames) {
   const std::string empty = "Short and long options are empty";
-  EXPECT_EQ(Flag("", "", ""), (Result{{}, false, "", empty}));
-  EXPECT_EQ(Value("- a -- b", "-", "--"), (Result{{}, false, "- a -- b", empty}));
-  const struct {
-    std::string line;
-    std::string name;
-    std::string long_name;
-    Result result;
-  } cases[] = {
-      {"oo=a", "oo", "--out", {{}, false, "oo=a", "Option 'oo' is invalid"}},
-      {"--=a", "--", "--out", {{}, false, "--=a", "Option '--' is invalid"}},
-      {"--o a", "--o", "", {{}, false, "--o a", "Option '--o' is invalid"}},
-      {"---out=a", "-", "---out", {{}, false, "---out=a", "Option '---out' is invalid"}},
-      {"-o a -out b", "-o", "-out", {{"a"}, false, "-out b", "Option '-out' is invalid"}},
-  };
-  for (const auto& row : cases) {
-    SCOPED_TRACE(row.line);
-    EXPECT_EQ(Value(row.line, row.name, row.long_name), row.result);
-    EXPECT_EQ(List(row.line, row.name, row.long_name), row.result);
-  }
+  EXPECT_EQ(Parse(Form::kFlag, "", "", ""), (Result{{}, false, "", empty}));
+  EXPECT_EQ(Parse(Form::kValue, "- a -- b", "-", "--"), (Result{{}, false, "- a -- b", empty}));
+  EXPECT_EQ(Parse(Form::kValue, "oo=a", "oo", "--out"),
+            (Result{{}, false, "oo=a", "Option 'oo' is invalid"}));
+  EXPECT_EQ(Parse(Form::kList, "--=a", "--", "--out"),
+            (Result{{}, false, "--=a", "Option '--' is invalid"}));
+  EXPECT_EQ(Parse(Form::kValue, "--o a", "--o", ""),
+            (Result{{}, false, "--o a", "Option '--o' is invalid"}));
+  EXPECT_EQ(Parse(Form::kList, "---out=a", "-", "---out"),
+            (Result{{}, false, "---out=a", "Option '---out' is invalid"}));
+  EXPECT_EQ(Parse(Form::kValue, "-o a -out b", "-o", "-out"),
+            (Result{{"a"}, false, "-out b", "Option '-out' is invalid"}));
 }
 
 // Has no default constructor, and its conversion throws at a negative number.
@@ -215,8 +195,8 @@ TEST(Options, TakeAHundredThousandValuesInOrder) {
     line += (i % 2 == 0 ? " -o=" : " -o ") + std::to_string(i);
     values.push_back(std::to_string(i));
   }
-  EXPECT_EQ(List(line, "-o", ""), (Result{values, true, "--x"}));
-  EXPECT_EQ(Value(line, "-o", ""), (Result{{"99999"}, true, "--x"}));
+  EXPECT_EQ(Parse(Form::kList, line, "-o", ""), (Result{values, true, "--x"}));
+  EXPECT_EQ(Parse(Form::kValue, line, "-o", ""), (Result{{"99999"}, true, "--x"}));
 }
 
 TEST(OptionsHelp, IsWrappedAsItIsDeclared) {
