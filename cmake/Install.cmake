@@ -1,5 +1,5 @@
-# The tool, a CMake package that finds it from its own place, and the examples. What the library
-# installs stands in libbasic/install.cmake.
+# The tool, a CMake package that finds it from its own place, the documentation and the examples. What the
+# library installs is in libbasic/install.cmake.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -33,9 +33,20 @@ install(FILES
   "${PROJECT_BINARY_DIR}/tavrofuseConfigVersion.cmake"
   "${PROJECT_SOURCE_DIR}/cmake/TavrofuseEmbed.cmake"
   DESTINATION "${tavrofuse_package_dir}" COMPONENT tavrofuse)
+
+# The pages have the folders that they have in the source tree, so that links between them work.
+install(FILES README.md ARCHITECTURE.md CONTRIBUTING.md RELEASING.md SECURITY.md
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tavrofuse)
+install(DIRECTORY docs
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tavrofuse
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN pictures EXCLUDE)
+# By name: what the examples make may be in their folders too.
 foreach(example IN ITEMS
+    bazel/.bazelrc bazel/BUILD bazel/README.md bazel/WORKSPACE bazel/tavrofuse.bzl
     cmake/CMakeLists.txt embed/host.c embed/kernel.cl make/Makefile ninja/build.ninja)
   get_filename_component(folder "${example}" DIRECTORY)
-  install(FILES "${PROJECT_SOURCE_DIR}/examples/${example}"
+  install(FILES "examples/${example}"
     DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples/${folder}" COMPONENT tavrofuse)
 endforeach()
+install(PROGRAMS examples/bazel/show
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples/bazel" COMPONENT tavrofuse)

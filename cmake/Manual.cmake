@@ -4,15 +4,13 @@ include(GNUInstallDirs)
 
 # The page is dated like its version, so that the same source gives the same page. CMake takes the
 # time from SOURCE_DATE_EPOCH where that is set.
-set(changelog "${PROJECT_SOURCE_DIR}/CHANGELOG.md")
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${changelog}")
-file(STRINGS "${changelog}" headings REGEX "^## \\[")
 if(NOT "$ENV{SOURCE_DATE_EPOCH}" STREQUAL "")
   string(TIMESTAMP MAN_DATE "%Y-%m-%d" UTC)
-elseif("${headings}" MATCHES "\\[${PROJECT_VERSION}\\] - ([0-9]+-[0-9]+-[0-9]+)")
-  set(MAN_DATE "${CMAKE_MATCH_1}")
 else()
-  message(FATAL_ERROR "CHANGELOG.md has no date for version ${PROJECT_VERSION}")
+  set(VERSION "${PROJECT_VERSION}")
+  include(cmake/VersionDate.cmake)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${changelog}")
+  set(MAN_DATE "${version_date}")
 endif()
 
 set(TAVROFUSE_MANUAL "${PROJECT_BINARY_DIR}/docs/tavrofuse.1")
