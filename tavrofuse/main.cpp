@@ -503,7 +503,7 @@ class FatBin {
 
   // Static, so that the size of the stack doesn't matter. Reading into an aligned block is twice as
   // fast.
-  alignas(4096) static unsigned char block_[kBlockSize];
+  alignas(64) static unsigned char block_[kBlockSize];
 
   util::FileReader reader_;
   string name_;

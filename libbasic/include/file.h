@@ -148,6 +148,8 @@ class FileReader {
   const std::string& GetError() const;
 
  private:
+  friend class FileWriter;
+
   FileHandler handler_;
   FILE* fp_ = nullptr;  // owned by `handler_`
 };
@@ -166,6 +168,10 @@ class FileWriter {
   /// buffered.
   bool Write(const void* data, size_t size);
 
+  /// Writes the rest of another file, in the kernel if it can copy between the two.
+  /// \return False with "read file: %s" or "write file: %s".
+  bool WriteRest(FileReader& reader);
+
   /// Writes what is buffered and closes the file. Without this call, the destructor closes it, and
   /// nobody learns of a failure.
   /// \return False with "write file: %s" or "close file: %s".
@@ -175,6 +181,8 @@ class FileWriter {
   const std::string& GetError() const;
 
  private:
+  bool Flush();
+
   FileHandler handler_;
   FILE* fp_ = nullptr;  // owned by `handler_`
 };

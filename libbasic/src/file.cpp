@@ -17,17 +17,34 @@
 namespace util {
 namespace {
 
-// Large enough that system calls don't count, small enough for a processor's cache.
-constexpr size_t kBlockSize = 128 * 1024;
+// Large enough that system calls don't count, small enough for a processor's cache and any stack.
+constexpr size_t kBlockSize = 64 * 1024;
+// The kernel copies to this alignment twice as fast as to the one of `new`.
+constexpr size_t kAlignment = 64;
+constexpr size_t kKernelCopySize = 1 << 30;
 constexpr size_t kTextChunkSize = 4095;
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
+
+struct AlignedDelete {
+  void operator()(uint8_t* buffer) const {
+    operator delete[](buffer, std::align_val_t{kAlignment});
+  }
+};
 
 // Appends what was read, as text: in each chunk, a zero byte drops the rest.
 void AppendChunks(const char* bytes, size_t size, std::string& text) {
   for (size_t begin = 0; begin < size; begin += kTextChunkSize) {
     const char* chunk = bytes + begin;
     text.append(chunk, strnlen(chunk, std::min(kTextChunkSize, size - begin)));
+  }
+}
+
+// Makes room for a file of `size` bytes; a negative size is unknown.
+void ReserveForText(int64_t size, std::string& text) {
+  if (size > 0) {
+    text.reserve(text.size() + static_cast<size_t>(size));
+    PreferHugePages(text.data() + text.size(), static_cast<size_t>(size));
   }
 }
 
@@ -40,21 +57,21 @@ bool WriteWholeFile(const std::string& file, bool append, const void* data, size
 
 File::File(const std::string& file) : file_(file), binary_(nullptr), bin_size_(0) {}
 
-File::~File() { delete[] binary_; }
+File::~File() { AlignedDelete()(binary_); }
 
 bool File::ReadText(std::string& text) {
   FileReader reader;
   if (!reader.Open(file_)) {
     return false;
   }
-  // Whole chunks in a block, so that chunks begin where they would if each were read by itself.
-  const size_t size = kBlockSize / kTextChunkSize * kTextChunkSize;
-  const std::unique_ptr<char[]> block(new char[size]);
+  ReserveForText(reader.GetSize(), text);
+  // Whole chunks, so that each chunk begins where it would if it were read by itself.
+  alignas(kAlignment) char block[kBlockSize / kTextChunkSize * kTextChunkSize];
   bool is_read = false;
   size_t count = 0;
   do {
-    is_read = reader.Read(block.get(), size, count);
-    AppendChunks(block.get(), count, text);
+    is_read = reader.Read(block, sizeof(block), count);
+    AppendChunks(block, count, text);
   } while (is_read && count > 0);
   return is_read;
 }
@@ -69,18 +86,19 @@ int64_t File::ReadBinary(uint8_t*& bin) {
     if (size < 0) {
       return -1;
     }
-    std::unique_ptr<uint8_t[]> binary(new (std::nothrow) uint8_t[static_cast<size_t>(size)]);
-    if (binary == nullptr) {
+    std::unique_ptr<uint8_t[], AlignedDelete> buffer(
+        new (std::align_val_t{kAlignment}, std::nothrow) uint8_t[static_cast<size_t>(size)]);
+    if (buffer == nullptr) {
       SetLastError("malloc size: %" PRId64, size);
       return -1;
     }
-    PreferHugePages(binary.get(), static_cast<size_t>(size));
+    PreferHugePages(buffer.get(), static_cast<size_t>(size));
     FileReader reader;
     size_t count = 0;
-    if (!reader.Open(file_) || !reader.Read(binary.get(), static_cast<size_t>(size), count)) {
+    if (!reader.Open(file_) || !reader.Read(buffer.get(), static_cast<size_t>(size), count)) {
       return -1;
     }
-    binary_ = binary.release();
+    binary_ = buffer.release();
     bin_size_ = static_cast<int64_t>(count);
   }
   bin = binary_;
@@ -125,14 +143,7 @@ bool File::CopyFile(const std::string& dst, const std::string& src) {
     SetLastError(kOpenNamedFailed, dst.c_str(), writer.GetError().c_str());
     return false;
   }
-  const std::unique_ptr<char[]> block(new char[kBlockSize]);
-  size_t count = 0;
-  do {
-    if (!reader.Read(block.get(), kBlockSize, count) || !writer.Write(block.get(), count)) {
-      return false;
-    }
-  } while (count > 0);
-  return writer.Close();
+  return writer.WriteRest(reader) && writer.Close();
 }
 
 int64_t File::GetFileSize(const std::string& file) {
@@ -251,10 +262,35 @@ bool FileWriter::Write(const void* data, size_t size) {
   return true;
 }
 
-bool FileWriter::Close() {
-  // A full disk often shows only when the buffer is written.
+bool FileWriter::WriteRest(FileReader& reader) {
+  if (!Flush()) {
+    return false;
+  }
+  while (copy_file_range(fileno(reader.fp_), nullptr, fileno(fp_), nullptr, kKernelCopySize, 0) >
+         0) {
+  }
+  // Where the kernel doesn't copy, or fails, reading and writing does, or tells the reason.
+  alignas(kAlignment) char block[kBlockSize];
+  size_t count = 0;
+  do {
+    if (!reader.Read(block, sizeof(block), count) || !Write(block, count)) {
+      return false;
+    }
+  } while (count > 0);
+  return true;
+}
+
+bool FileWriter::Flush() {
   if (fflush(fp_) != 0) {
     SetLastError("write file: %s", strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+bool FileWriter::Close() {
+  // A full disk often shows only when the buffer is written.
+  if (!Flush()) {
     return false;
   }
   const int error = handler_.CloseHandle();
