@@ -195,6 +195,7 @@ class LogCall {
   }
 };
 
+/// Deduces the types of the values without a use of them.
 template <typename... Args>
 LogCall(LogLevel, int, const char*, const char*, Args...) -> LogCall<Args...>;
 

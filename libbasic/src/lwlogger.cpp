@@ -44,7 +44,8 @@ long GetChangeTime(const struct stat& status) {
 
 void AppendNumber(std::string& text, int number) {
   char digits[std::numeric_limits<int>::digits10 + 2];
-  text.append(digits, std::to_chars(std::begin(digits), std::end(digits), number).ptr);
+  const char* end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+  text.append(digits, static_cast<size_t>(end - digits));
 }
 
 // Returns whether all of the text was written.

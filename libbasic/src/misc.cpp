@@ -267,7 +267,7 @@ void AppendSystemTime(std::string& text, bool with_usec) {
     *end++ = '.';
     end = std::to_chars(end, digits + sizeof(digits), now.tv_usec).ptr;
   }
-  text.append(digits, end);
+  text.append(digits, static_cast<size_t>(end - digits));
 }
 
 std::string ConvertTimestamp(int64_t timestamp, bool with_usec) {
