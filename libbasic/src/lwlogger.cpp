@@ -212,7 +212,7 @@ void LwLogger::OpenLogFile() {
     log_directory_ = "./";
   }
   RollLogFile(log_directory_, keep_file_count_);
-  log_file_fp_ = fopen((log_directory_ + "/" + GetLogFileName()).c_str(), "w");
+  log_file_fp_ = fopen((log_directory_ + "/" + GetLogFileName()).c_str(), "we");
   if (log_file_fp_ == nullptr) {
     is_log_to_file_ = false;
   }
