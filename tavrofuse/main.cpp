@@ -223,10 +223,9 @@ Unfinished s_unfinished;
 
 // Whether `name` is a link to a descriptor of this process, as /dev/stdout is.
 bool IsLinkToDescriptor(const char* name) {
-  constexpr char kProc[] = "/proc/";
-  char target[sizeof(kProc) - 1];
+  char target[sizeof("/proc/") - 1];
   return readlink(name, target, sizeof(target)) == sizeof(target) &&
-         memcmp(target, kProc, sizeof(target)) == 0;
+         memcmp(target, "/proc/", sizeof(target)) == 0;
 }
 
 // Build systems take a truncated include file for a finished one, so it goes. Devices and pipes
@@ -503,7 +502,7 @@ class FatBin {
 
   // Static, so that the size of the stack doesn't matter. Reading into an aligned block is twice as
   // fast.
-  alignas(64) static unsigned char block_[kBlockSize];
+  alignas(64) static inline unsigned char block_[kBlockSize];
 
   util::FileReader reader_;
   string name_;
@@ -511,7 +510,6 @@ class FatBin {
   int64_t offset_ = 0;
   size_t block_size_ = 0;
 };
-unsigned char FatBin::block_[kBlockSize];
 
 // The include file, removed again unless it is finished. Failures are logged.
 class IncludeFile {
@@ -565,10 +563,10 @@ class IncludeFile {
 // Writes the sixteen digits of a little-endian word, highest digit first. With eight bytes at a
 // time, formatting takes a tenth of what writing the text takes.
 void FormatWord(const unsigned char* bytes, char* digits) {
-  long long word;
+  uint64_t word = 0;
   memcpy(&word, bytes, kWordSize);
   const __m128i low_half = _mm_set1_epi8(0x0f);
-  const __m128i value = _mm_cvtsi64_si128(__builtin_bswap64(word));
+  const __m128i value = _mm_cvtsi64_si128(static_cast<int64_t>(__builtin_bswap64(word)));
   const __m128i low = _mm_and_si128(value, low_half);
   const __m128i high = _mm_and_si128(_mm_srli_epi16(value, 4), low_half);
   const __m128i halves = _mm_unpacklo_epi8(high, low);
