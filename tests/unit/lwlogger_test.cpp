@@ -289,17 +289,6 @@ TEST_F(LoggerTest, LinesOfThreadsArriveWholeAndOnceAlsoWhenTheFileIsFull) {
   });
 }
 
-TEST_F(LoggerTest, ProcessesThatRollTheSameFolderKeepLogging) {
-  InFork(
-      [this] {
-        for (int i = 0; i < 100; ++i) {
-          Logger logger(folder_, 2);
-          EXPECT_EQ(Capture([&] { logger.Log("x"); }).out, "");
-        }
-      },
-      2);
-}
-
 TEST_F(LoggerTest, ProgramsLogFromTheirFirstToTheirLastInstruction) {
   FILE* program = popen(("'" LOG_LIFETIME "' " + folder_ + " 2>&1").c_str(), "r");
   ASSERT_NE(program, nullptr);

@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <numeric>
 #include <thread>
 
 #include "misc.h"
@@ -55,11 +54,6 @@ inline std::string FirstDifference(const std::string& actual, const std::string&
 
 inline auto CountOpenFiles() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 
-/// Each pair is what a call gave and what it should have given.
-inline void ExpectPairs(const std::vector<std::pair<std::string, std::string>>& pairs) {
-  for (const auto& [actual, expected] : pairs) EXPECT_EQ(actual, expected);
-}
-
 /// Runs `body` in `count` child processes at the same time. A child prints its failed expectations
 /// itself; the test here then fails as well.
 inline void InFork(const std::function<void()>& body, int count = 1) noexcept {
@@ -77,21 +71,6 @@ inline void InFork(const std::function<void()>& body, int count = 1) noexcept {
     EXPECT_EQ(WEXITSTATUS(status), 0) << "expectations failed in a child, see above";
   }
   EXPECT_EQ(children, count);
-}
-
-/// As above, for `EXPECT_TRUE`: tells whether all expectations held there.
-inline bool HoldsInFork(const std::function<void()>& body, int count = 1) noexcept {
-  fflush(nullptr);
-  for (int i = 0; i < count; ++i) {
-    if (fork() == 0) {
-      body();
-      fflush(nullptr);
-      _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-  }
-  int held = 0;
-  for (int status = 0; wait(&status) > 0;) held += status == 0 ? 1 : 0;
-  return held == count;
 }
 
 #endif  // TAVROFUSE_TESTS_UNIT_TEST_SUPPORT_H_
