@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 
 #include "misc.h"
 #include "path.h"
@@ -21,16 +21,27 @@ namespace {
 constexpr size_t kBlockSize = 64 * 1024;
 // The kernel copies to this alignment twice as fast as to the one of `new`.
 constexpr size_t kAlignment = 64;
+constexpr size_t kHugePageSize = 2 * 1024 * 1024;
 constexpr size_t kKernelCopySize = 1 << 30;
 constexpr size_t kTextChunkSize = 4095;
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
-struct AlignedDelete {
-  void operator()(uint8_t* buffer) const {
-    operator delete[](buffer, std::align_val_t{kAlignment});
-  }
+struct Free {
+  void operator()(uint8_t* buffer) const { free(buffer); }
 };
+
+// Makes a buffer that is fast to fill; null when there is no memory.
+std::unique_ptr<uint8_t[], Free> MakeBuffer(size_t size) {
+  const size_t alignment = size < 2 * kHugePageSize ? kAlignment : kHugePageSize;
+  const size_t rounded_size = (std::max(size, size_t{1}) + alignment - 1) / alignment * alignment;
+  std::unique_ptr<uint8_t[], Free> buffer(
+      static_cast<uint8_t*>(aligned_alloc(alignment, rounded_size)));
+  if (buffer != nullptr) {
+    PreferHugePages(buffer.get(), size);
+  }
+  return buffer;
+}
 
 // Appends what was read, as text: in each chunk, a zero byte drops the rest.
 void AppendChunks(const char* bytes, size_t size, std::string& text) {
@@ -57,7 +68,7 @@ bool WriteWholeFile(const std::string& file, bool append, const void* data, size
 
 File::File(const std::string& file) : file_(file), binary_(nullptr), bin_size_(0) {}
 
-File::~File() { AlignedDelete()(binary_); }
+File::~File() { Free()(binary_); }
 
 bool File::ReadText(std::string& text) {
   FileReader reader;
@@ -86,13 +97,11 @@ int64_t File::ReadBinary(uint8_t*& bin) {
     if (size < 0) {
       return -1;
     }
-    std::unique_ptr<uint8_t[], AlignedDelete> buffer(
-        new (std::align_val_t{kAlignment}, std::nothrow) uint8_t[static_cast<size_t>(size)]);
+    std::unique_ptr<uint8_t[], Free> buffer = MakeBuffer(static_cast<size_t>(size));
     if (buffer == nullptr) {
       SetLastError("malloc size: %" PRId64, size);
       return -1;
     }
-    PreferHugePages(buffer.get(), static_cast<size_t>(size));
     FileReader reader;
     size_t count = 0;
     if (!reader.Open(file_) || !reader.Read(buffer.get(), static_cast<size_t>(size), count)) {
