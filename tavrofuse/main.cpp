@@ -210,8 +210,8 @@ bool MakeTemporaryName(const string& input_file, string& create_file) {
 
 constexpr uint64_t kBundlerPatience = 800;  // milliseconds
 
-// What a run must not leave behind. A signal handler reads it at any moment, so the owners below
-// enter their work before they begin it, and take it out when it is finished.
+// What a run must not leave behind. A signal handler may read it at any moment, so its owners enter
+// their work here before they begin it, and remove it when it is finished.
 struct Unfinished {
   std::atomic<util::Process*> bundler = nullptr;
   std::atomic<const char*> temporary_file = nullptr;

@@ -11,8 +11,8 @@
 
 namespace util {
 
-/// Whole-file operations on one path. Every failure is told by the result, and the last-error text
-/// of `misc.h` has the reason, with the system's words for the last "%s":
+/// Whole-file operations on one path. The result of an operation shows whether it failed; the
+/// last-error text of `misc.h` then has the reason, with the system's words for the last "%s":
 ///
 /// - "open file: %s": the file can't be opened. `CopyFile` says "open file '%s': %s" with the path.
 ///   For an empty path the words are "invalid input paramters".
@@ -45,11 +45,11 @@ class File {
   bool WriteText(const std::string& text, bool append);
 
   /// Reads the whole file into memory. The first success is kept: later calls return the same
-  /// bytes, even when the file has changed. After a failure, a call tries again. \param[out] bin
-  /// Receives the bytes. They belong to this object and live as long as it does;
+  /// bytes, even when the file has changed. After a failure, a call tries again.
+  /// \param[out] bin  Receives the bytes. They belong to this object and live as long as it does;
   ///                  not null, even for an empty file. Unchanged on failure.
   /// \return The number of bytes, or -1. Not more than the size at the start is read, even if the
-  ///         file grows meanwhile. Besides the texts above, the last error can be that of
+  ///         file grows during the call. Besides the texts above, the last error can be that of
   ///         `GetFileSize` or "malloc size: %d" with the size in bytes.
   int64_t ReadBinary(uint8_t*& bin);
 
@@ -112,9 +112,9 @@ class FileHandler {
   /// Closes the descriptor, if one is held, and empties the error text.
   void DestroyDescriptor();
 
-  /// Closes the stream and tells how it went, for writers who have to know.
-  /// \return 0, also when no stream is held, or the `errno` of the failed close. The stream is gone
-  ///         in any case.
+  /// Closes the stream and returns whether that worked.
+  /// \return 0, also when no stream is held, or the `errno` of the failed close. The stream is no
+  ///         longer held in either case.
   int CloseHandle();
 
   /// Returns the reason of the last failed `Open`; empty after a good one and after a close.

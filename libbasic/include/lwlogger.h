@@ -30,18 +30,17 @@ enum LogLevel {
 /// instruction: also while globals are constructed and destroyed.
 ///
 /// A line is an optional assist header, the level's prefix ("fatal: ", "error: " or "warning: ",
-/// with the process name and a blank ahead of it if that is on; nothing for the other levels) and
+/// after the process name and a blank if that is on; nothing for the other levels) and
 /// the message, of any length but up to its first zero byte. Messages carry their own line end:
 /// none is added, none removed. Each line is flushed at once.
 ///
-/// A line goes to one place only: to the log file, if that is on, otherwise to the console. The
-/// first console line of the process chooses the stream for all later ones: `stdout` when it is
-/// less grave than an error, else `stderr`.
+/// A line goes to one place only: to the log file if that is on, otherwise to the console. The
+/// first console line of the process chooses the stream for all later ones: `stderr` for an error
+/// and graver levels, else `stdout`.
 ///
 /// Lines may be written by any number of threads; each arrives whole. The setters take no lock:
-/// call them before other threads log. No operation reports a failure or leaves a last-error text
-/// of its own, though the system's reasons for not knowing its own path or folder may be found
-/// there.
+/// call them before other threads log. No operation reports a failure. The last-error text changes
+/// only if the path of the executable or the working directory can't be read.
 class LwLogger {
  public:
   /// Returns the process's logger, which the first call makes. Safe against concurrent first calls.
@@ -66,16 +65,16 @@ class LwLogger {
   /// Sends lines to a log file. At the first line, and again when the file has reached 64 MiB, a
   /// new one is made, named: prefix, ".", local time, ".", microseconds, ".", host name, ".",
   /// process id, ".log". The oldest files with the same prefix in the folder are deleted for it.
-  /// When a file can't be made or written, this line and all later ones go to the console, until
-  /// this is called again; of that line, a part may stand in the file too. An empty line counts as
-  /// one that can't be written.
+  /// If a file can't be created or written, this line and all later ones go to the console until
+  /// this is called again. Part of that line may be in the file too. An empty line counts as a
+  /// failed write.
   void SetLogToFile() { is_log_to_file_ = true; }
 
   /// Opens each line with "[time thread level file:line] ", cut to 4094 bytes: the time as from
   /// `GetSystemTime(true)`, the kernel's id of the thread, the bare name of the level.
   void SetLogAssistInfo() { is_log_assist_info_ = true; }
 
-  /// Puts the executable's name ahead of the prefix of fatal, error and warning lines.
+  /// Begins fatal, error and warning lines with the executable's name.
   void SetLogProcessName() { is_log_process_name_ = true; }
 
   /// \}
@@ -83,38 +82,39 @@ class LwLogger {
   /// They are stored as they come, without a check.
   /// \{
 
-  /// Sets how many log files may exist, by the time of their last change, once a new one is open; 5
-  /// at first. With 1 or less, all older ones go. Every file in the folder counts, and can go,
-  /// whose name begins with the prefix and ends in ".log", whoever made it.
+  /// Sets how many log files may exist once a new one is open; the default is 5. The files whose
+  /// last change is oldest are deleted; with 1 or less, all older ones. Every file in the folder
+  /// whose name begins with the prefix and ends in ".log" counts and can be deleted, whoever wrote
+  /// it.
   void SetKeepFileCount(int count) { keep_file_count_ = count; }
 
-  /// Sets the folder of the log files, which must exist; when empty, the working directory at the
-  /// first need. It holds from the next new file on, and so does the prefix.
+  /// Sets the folder of the log files, which must exist. By default it is the working directory at
+  /// the time of the first file. Folder and prefix apply from the next new file on.
   void SetLogDirectory(const std::string& directory) { log_directory_ = directory; }
 
   /// Sets the path that the assist header cuts off the names of source files, without a "/" at its
-  /// end. A name in which the path occurs loses as many bytes from its front, and one more.
+  /// end. If the path occurs anywhere in a name, as many bytes are cut off its front, and one more.
   void SetLogProjectPath(const std::string& path) { log_project_path_ = path; }
 
   /// Sets the first part of the names of log files; the executable's name when empty.
   void SetLogFileNamePrefix(const std::string& prefix) { log_file_name_prefix_ = prefix; }
 
-  /// Sets the threshold by the name of a level, "fatal" to "trace", in lower case. A name that is
-  /// none leaves the threshold as it is and is not reported.
+  /// Sets the threshold by the name of a level, "fatal" to "trace", in lower case. Unknown
+  /// names are ignored.
   void SetLogLevel(const std::string& log_level);
 
   /// \}
   /// \name Writing
-  /// Use the macros below, which take the place and spare a switched-off message all its work.
+  /// Use the macros below: they pass the place, and do nothing for a level that is switched off.
   /// \{
 
   /// Writes finished text: a `%` in it is an ordinary character. An empty text writes nothing.
   /// \param line, file  The place of the call, for the assist header; `file` is not null.
   void Write(LogLevel log_level, int line, const char* file, const std::string& info);
 
-  /// Writes a text formatted as `printf` does, except that a `std::string` can stand against a
-  /// `%s`. The compiler doesn't check the values. A null or empty format writes nothing. The values
-  /// are taken as copies, so that a constant needs no definition.
+  /// Writes a text formatted as `printf` does, except that a `std::string` can be passed for
+  /// a `%s`. The compiler doesn't check the values. A null or empty format writes nothing. The
+  /// values are taken as copies, so that a constant needs no definition.
   /// \param line, file  The place of the call, for the assist header; `file` is not null.
   template <typename... Args>
   void Write(LogLevel log_level, int line, const char* file, const char* fmt, Args... args) {
@@ -141,8 +141,8 @@ class LwLogger {
   std::string GetLogFileName();
 
   /// Deletes the oldest log files in `dir` to make room for `max_file_cnt` files, counting one that
-  /// is about to be opened. Gives up without deleting anything when `dir` can't be read or holds an
-  /// entry whose state can't be had. Of files changed in the same millisecond, one counts.
+  /// is about to be opened. Deletes nothing if `dir` can't be read or `stat` fails on an entry. Of
+  /// files changed in the same millisecond, one counts.
   void RollLogFile(const std::string& dir, int max_file_cnt);
 
  private:
@@ -177,9 +177,9 @@ class LwLogger {
   std::mutex access_lock_;
 };
 
-/// A call of a `LOG_` macro. Argument deduction for the class only looks at the values. Then a
-/// string goes in by reference, which spares a copy; anything else goes in by value, so that a
-/// constant needs no definition.
+/// A call of a `LOG_` macro. Class template argument deduction does not odr-use the values, so that
+/// scalars can be passed by value, which needs no definition of a constant, and strings by
+/// reference.
 template <typename... Args>
 class LogCall {
  public:
@@ -195,7 +195,7 @@ class LogCall {
   }
 };
 
-/// Deduces the types of the values without a use of them.
+/// Deduces the types of the values without odr-using them.
 template <typename... Args>
 LogCall(LogLevel, int, const char*, const char*, Args...) -> LogCall<Args...>;
 

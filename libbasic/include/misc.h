@@ -93,20 +93,20 @@ void AppendFormat(std::string& text, const char* format, va_list ap)
 void SplitString(const std::string& split_str, const std::string& delimiter,
                  std::vector<std::string>& out_strs);
 
-/// Returns `src` without its leading bytes that occur in `drop`, which is a set of bytes. An empty
-/// `drop` takes nothing.
+/// Returns `src` without its leading bytes that occur in `drop`, which is a set of bytes. With an
+/// empty `drop`, returns `src`.
 std::string LeftTrim(const std::string& src, const std::string& drop);
 
-/// Returns `src` without its trailing bytes that occur in `drop`, which is a set of bytes. An empty
-/// `drop` takes nothing.
+/// Returns `src` without its trailing bytes that occur in `drop`, which is a set of bytes. With an
+/// empty `drop`, returns `src`.
 std::string RightTrim(const std::string& src, const std::string& drop);
 
 /// Returns `src` without its leading and trailing bytes that occur in `drop`, which is a set of
-/// bytes. An empty `drop` takes nothing.
+/// bytes. With an empty `drop`, returns `src`.
 std::string TrimString(const std::string& src, const std::string& drop);
 
 /// Takes the next line out of NUL-terminated text. A line ends with CR LF, LF or CR; it is
-/// delivered with a single LF at its end, whichever it was.
+/// returned with a single LF at its end in each case.
 ///
 /// \code
 /// for (const char* rest = text; (rest = util::GetLine(rest, line)) != nullptr;) Use(line);
@@ -114,21 +114,21 @@ std::string TrimString(const std::string& src, const std::string& drop);
 /// \param buffer  The text, or null. It must not lie in `line`.
 /// \param[out] line  Receives the line. Unchanged when the result is null.
 /// \return Where the following line begins, inside `buffer`. Null when `buffer` is null or holds no
-///         line end: text behind the last line end is not delivered.
+///         line end: text after the last line end is not returned.
 const char* GetLine(const char* buffer, std::string& line);
 
 /// Replaces `old_str` in `str`, always its first occurrence, until it no longer occurs. Text that
 /// arises from a replacement is replaced as well: "ab" by "b" turns "aab" into "b". A pair that
-/// keeps making new occurrences, such as "ab" and "bbaa", never comes to an end.
-/// \return The result; `str` unchanged when `old_str` is empty or `new_str` contains it, for which
-///         there is no end to come to.
+/// keeps making new occurrences, such as "ab" and "bbaa", makes it run forever.
+/// \return The result; `str` unchanged if `old_str` is empty or `new_str` contains it, as the
+///         replacing would never end.
 std::string ReplaceAll(const std::string& str, const std::string& old_str,
                        const std::string& new_str);
 
 /// Tells whether `str`, up to its first NUL, has the form of an integer: decimal digits, or
-/// hexadecimal ones behind "0x" or "0X". A "0b" or "0B" may stand in front of the digits and limits
-/// nothing; no digit is required behind a prefix. Signs and blanks are not allowed, and a `str` of
-/// size 0 is no integer.
+/// hexadecimal ones after "0x" or "0X". A "0b" or "0B" may precede the digits but does not limit
+/// them. A prefix needs no digit after it. Signs and blanks are not allowed, and an empty `str` is
+/// no integer.
 bool IsIntegerDigit(const std::string& str);
 
 /// \}
@@ -140,11 +140,11 @@ bool IsIntegerDigit(const std::string& str);
 /// Sleeps for `microseconds`, also when signals interrupt it. A negative duration returns at once.
 void MicroSleep(int64_t microseconds);
 
-/// Returns the time of the clock, in microseconds since the Epoch. The clock can be set: a duration
-/// taken from it may be wrong, or negative.
+/// Returns wall-clock time in microseconds since the Epoch. The clock may be set back, so
+/// differences can be negative.
 int64_t GetTimestamp();
 
-/// Returns the time of the clock as local time, such as "20250102_130405".
+/// Returns wall-clock time as local time, such as "20250102_130405".
 /// \param with_usec  Whether the microseconds follow, as in "20250102_130405.52".
 std::string GetSystemTime(bool with_usec);
 
@@ -153,10 +153,10 @@ void AppendSystemTime(std::string& text, bool with_usec);
 
 /// Returns `timestamp` as local time, such as "2025/01/02_13:04:05". For one thread at a time, as
 /// it uses `localtime`.
-/// \param timestamp  Microseconds since the Epoch. Ahead of the Epoch, the microseconds of a broken
-///                   second are negative and are printed with their sign.
+/// \param timestamp  Microseconds since the Epoch. Before the Epoch, the microseconds of a fraction
+///                   of a second are negative and are printed with their sign.
 /// \param with_usec  Whether the microseconds follow, as in "2025/01/02_13:04:05.52".
-/// \return The text; empty for a time so far out that the C library knows no date for it.
+/// \return The text; empty for a time whose year the C library can't represent.
 std::string ConvertTimestamp(int64_t timestamp, bool with_usec);
 
 /// \}
@@ -184,9 +184,9 @@ bool IsSupportCallStack();
 /// \name Memory
 /// \{
 
-/// Asks the kernel for huge pages behind a large buffer that is about to be filled for the first
-/// time: filling hundreds of megabytes page by page costs more than what is done with them. A mere
-/// hint; content and ownership don't change, and a buffer under 4 MiB is left alone.
+/// Asks the kernel for huge pages under a large buffer that is about to be filled for the first
+/// time: faulting in hundreds of megabytes page by page can cost more than the work on them. Best
+/// effort: content and ownership don't change, and a buffer of less than 4 MiB is ignored.
 /// \param buffer  The buffer, just allocated.
 /// \param size    Its size in bytes.
 void PreferHugePages(void* buffer, size_t size);

@@ -16,22 +16,22 @@ namespace util {
 /// A command line and its help text.
 ///
 /// A program makes one object from its arguments and then declares its options one by one with
-/// `Parse`. Each call takes all occurrences of the option, with their values, out of the arguments
-/// that are left, hands the result to the caller and appends the option's entry to the help text.
+/// `Parse`. Each call consumes all occurrences of the option, with their values, from the arguments
+/// that are left, passes the result to the caller and appends the option's entry to the help text.
 /// So arguments are consumed in the order of the declarations, not of the command line. What is
 /// left after the last one is unsupported, or the program's own non-option arguments.
 ///
-/// An option has a short name behind one dash and a long name behind two; either may be missing,
-/// and "short" says nothing about its length. Names are compared whole and in their case. A dash
-/// argument is one that begins with "-"; so "-" and "-5" are, and "--" has no meaning of its own.
+/// An option has a short name with one dash and a long name with two. Either may be missing, and
+/// the short name may be of any length. Names are case-sensitive and can't be abbreviated. A dash
+/// argument is one that begins with "-", such as "-" and "-5"; "--" has no special meaning.
 ///
 /// - A flag takes its name alone.
 /// - An option with a value takes its name and the next argument, if there is one and it is no dash
 ///   argument; or "name=text", with the text as value, whatever it begins with.
 /// - A list takes the same, and all further arguments up to the next dash argument.
 ///
-/// A name without what it needs is left, and so is "name=". A second declaration of a name finds
-/// nothing more. The object is used by one thread. It throws nothing of its own.
+/// A name without its value is not consumed, and neither is "name=". A second declaration of a name
+/// finds nothing. The object is used by one thread. It throws nothing of its own.
 class Options {
  public:
   /// Copies `argv[1]` to `argv[argc-1]` as the arguments to consume.
@@ -39,31 +39,31 @@ class Options {
   Options(int argc, const char** argv);
   ~Options();
 
-  /// Declares a flag: an option without a value. A name without a dash is a word that must be the
-  /// first of the arguments left, and is taken once.
+  /// Declares a flag: an option without a value. A name without a dash is a word that is only
+  /// found, once, as the first of the arguments left.
   /// \param option, long_option  The names, with their dashes; empty for none.
   /// \param desc  Text of the help entry.
-  /// \param[in] is_depend_exist  Null, or whether that is given on which the option depends: when
-  ///     false, giving the option is an error.
-  /// \param[in,out] id  Set to true when the flag is given, else left as it is.
+  /// \param[in] is_depend_exist  Null, or whether what the option depends on is given: if false,
+  ///     giving the option is an error.
+  /// \param[in,out] id  Set to true if the flag is given, else unchanged.
   /// \param show  Whether there is a help entry.
   /// \return False with "Short and long options are empty" when there is no name, or with
   ///         "Unsupported option '%s'" (the short name, if that was given) when what it depends on
-  ///         is missing; the flag has then been taken and `id` set.
+  ///         is missing; the flag has then been consumed and `id` set.
   bool Parse(const std::string& option, const std::string& long_option, const std::string& desc,
              bool* is_depend_exist, bool& id, bool show);
 
-  /// Declares an option with one value. When it is given several times, all are taken and the last
-  /// long-named one decides; without one, the last short-named one.
+  /// Declares an option with one value. If it is given several times, all are consumed and the last
+  /// long-named one wins; without one, the last short-named one.
   ///
-  /// A `std::string` receives the text as it stands. Other types are converted with a stringstream;
-  /// a text that doesn't convert whole counts as found and leaves `id` as it is. So `char`,
+  /// A `std::string` receives the text unchanged. Other types are converted with a stringstream; a
+  /// text that doesn't convert as a whole counts as found and leaves `id` unchanged. So `char`,
   /// `signed char` and `unsigned char` take one character, and `bool` takes 0 or 1. The conversion
   /// starts from `T{}`, or from a copy of `id` if `T` has no default constructor. When an
   /// `operator>>` throws, that option stays with its value, and those before it are gone.
   ///
   /// \param option, long_option  The names, with their dashes. One of fewer than 2 characters for
-  ///                             the short name, or 3 for the long name, is none.
+  ///                             the short name, or 3 for the long name, counts as absent.
   /// \param val_desc  Name of the value in the help entry; "<value>" when empty.
   /// \param opt_desc  Text of the help entry.
   /// \param is_depend_exist  As for a flag.
@@ -71,10 +71,10 @@ class Options {
   /// \param[in,out] id  Receives the value when there is one, else is left as it is.
   /// \param show  Whether there is a help entry.
   /// \return False with "Short and long options are empty" or "Option '%s' is invalid" (the dashes
-  ///         are wrong) for names that won't do: there is then no help entry and `is_found_option`
-  ///         is left, but with a wrong long name the short one has been taken by then. Or with
+  ///         are wrong) for invalid names: there is then no help entry and `is_found_option` is
+  ///         unchanged, but with an invalid long name the short one has been consumed. Or with
   ///         "Unsupported option '%s'" as for a flag. A missing value is no failure: the name is
-  ///         left, and `GetErrorOptions` reports it.
+  ///         not consumed, and `GetErrorOptions` reports it.
   template <typename T>
   bool Parse(const std::string& option, const std::string& long_option, const std::string& val_desc,
              const std::string& opt_desc, bool* is_depend_exist, bool* is_found_option, T& id,
@@ -86,7 +86,7 @@ class Options {
   /// Declares an option with any number of values. One argument is one value: nothing is split at
   /// commas. Parameters and result are those of the form with one value, except:
   /// \param[in,out] id  The values are appended, short-named occurrences first; what is there
-  ///                    stays. A text that doesn't convert whole appends nothing. `T` needs a
+  ///                    stays. A text that doesn't convert as a whole appends nothing. `T` needs a
   ///                    default constructor. When an `operator>>` throws, that value and all after
   ///                    it stay.
   template <typename T>
@@ -113,7 +113,7 @@ class Options {
   /// whose names are longer than the offset has its description on the next line.
   /// \{
 
-  /// Replaces the program's description, "No description provided." at first.
+  /// Replaces the program's description; the default is "No description provided.".
   void SetDescription(const std::string& description);
 
   /// Appends an empty line and a heading for the options declared next.
@@ -122,11 +122,12 @@ class Options {
   /// Drops the description and all headings and entries so far. Offset and width stay.
   void ClearDescription();
 
-  /// Sets the column, counted from 0, at which descriptions of options begin; 32 at first. A value
-  /// below 1 is ignored.
+  /// Sets the column, counted from 0, at which descriptions of options begin; the default is 32.
+  /// A value below 1 is ignored.
   void SetMessageOffset(int offset);
 
-  /// Sets the number of columns at which text is wrapped; 96 at first. A value below 1 is ignored.
+  /// Sets the number of columns at which text is wrapped; the default is 96. A value below 1 is
+  /// ignored.
   void SetScreenWidth(int width);
 
   /// Returns usage line, description, headings and entries, in this order.
@@ -264,7 +265,7 @@ template <typename Value>
 bool Options::ParseValues(const std::string& option, const std::string& long_option,
                           const std::string& val_desc, const std::string& opt_desc,
                           bool* is_depend_exist, bool* is_found_option, Value& id, bool show) {
-  // A name with nothing behind its dashes counts as absent.
+  // A name with nothing after its dashes counts as absent.
   const std::string short_name = option.size() > 1 ? option : std::string();
   const std::string long_name = long_option.size() > 2 ? long_option : std::string();
   if (!CheckAnyName(short_name, long_name) || !CheckDashes(short_name, 1)) {

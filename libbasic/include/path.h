@@ -17,8 +17,8 @@ class Path {
   Path() = delete;
 
   /// \name Questions to the file system
-  /// They follow symbolic links. Any failure is answered with false, and the last-error text stays
-  /// as it is.
+  /// They follow symbolic links. They return false on any failure and leave the last-error text
+  /// unchanged.
   /// \{
 
   /// Tells whether something exists at `path`, of whatever type. False for an empty path and for a
@@ -33,14 +33,14 @@ class Path {
 
   /// \}
   /// \name Cutting a path apart
-  /// They don't look at the file system and can't fail; what they don't find is an empty string.
+  /// They don't access the file system and can't fail; a part that is missing is an empty string.
   /// \{
 
-  /// Returns what stands before the last component, "/usr/lib" for "/usr/lib/a.so". One trailing
-  /// "/" is passed over. Empty when there is no parent, also for "/usr".
+  /// Returns the part before the last component, "/usr/lib" for "/usr/lib/a.so". One trailing "/"
+  /// is ignored. Empty when there is no parent, also for "/usr".
   static std::string GetParentPath(const std::string& path);
 
-  /// Returns what stands behind the last "." of the last component, "gz" for "a.tar.gz". Empty
+  /// Returns the part after the last "." of the last component, "gz" for "a.tar.gz". Empty
   /// without a dot, and for a path that ends in "/".
   static std::string GetExtension(const std::string& path);
 

@@ -70,8 +70,8 @@ class Process {
   /// Collects the child's output until it is closed, also by all that the child has started with
   /// it, then waits for the child's end, without a limit of time. A zero byte in the output drops
   /// the rest of its chunk of at most 4096 bytes.
-  /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It counts
-  ///                 anew with each output, and no longer once the child has closed its output.
+  /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It
+  ///                 restarts with each output and ends once the child has closed its output.
   /// \return `PROCESS_SUCCESS` for an exit with code 0, and for an end by signal 9.
   ///         `PROCESS_TIMEOUT` after the timeout, without a text; the child has been killed, but
   ///         not what it has started.
@@ -92,13 +92,13 @@ class Process {
   /// \return False with "kill: %s" when that failed, otherwise true.
   bool Kill();
 
-  /// Tells whether the child still runs. One that has ended is collected by the question, and a
-  /// later `Wait` then ends in "waitpid: %s". Without a child, the question goes to all children of
-  /// the program: it is true as long as one of them runs, and may collect one that has ended.
+  /// Returns whether the child still runs. Reaps a child that has ended; a later `Wait` then fails
+  /// with "waitpid: %s". Without a child, this is about all children of the program: it is true as
+  /// long as all that are left run, and may reap one that has ended.
   bool IsRunning();
 
-  /// Returns the output collected so far; it stays until the next `Create` that gets to start a
-  /// command. A caller that is done with the object may move the text out of it.
+  /// Returns the output collected so far. The next command clears it. A caller that is done with
+  /// the object may move the text out of it.
   std::string& GetOutputString();
 
   /// Ends the child for a program that is about to end itself. Async-signal-safe: a signal handler
@@ -107,8 +107,8 @@ class Process {
   ///
   /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; collects
   /// the child. Discards output until the child and all that it has started have closed it, so that
-  /// none of them is writing files any more. Does nothing without a child. \param patience  How
-  /// long to wait for that, in milliseconds.
+  /// none of them is writing files any more. Does nothing without a child.
+  /// \param patience  How long to wait for that, in milliseconds.
   void Stop(uint64_t patience);
 
  private:

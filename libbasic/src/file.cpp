@@ -278,7 +278,7 @@ bool FileWriter::WriteRest(FileReader& reader) {
   while (copy_file_range(fileno(reader.fp_), nullptr, fileno(fp_), nullptr, kKernelCopySize, 0) >
          0) {
   }
-  // Where the kernel doesn't copy, or fails, reading and writing does, or tells the reason.
+  // Where the kernel can't copy or fails, reading and writing does, or gives the reason.
   alignas(kAlignment) char block[kBlockSize];
   size_t count = 0;
   do {

@@ -20,7 +20,7 @@ namespace util {
 namespace {
 
 // Stamps the build of the library into every program that links it, to be found with `strings`. The
-// text stands apart from the string, whose making the compiler may cut into pieces.
+// text is separate from the string, whose initialisation the compiler may split into pieces.
 [[gnu::used]] constexpr char kVersionText[] =
     "libbasic version=" LIBBASIC_VERSION " " BUILD_INFO_DATE " " BUILD_INFO_TIME
     " " BUILD_INFO_COMMIT;
@@ -301,7 +301,7 @@ void PreferHugePages(void* buffer, size_t size) {
   if (size < kHugeBufferSize) {
     return;
   }
-  // The whole pages inside the buffer: what lies around them may be another's.
+  // Only the whole pages inside the buffer: the others may belong to other objects too.
   const auto page_size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t skipped = (page_size - reinterpret_cast<uintptr_t>(buffer) % page_size) % page_size;
   const int error = errno;

@@ -157,7 +157,7 @@ std::string Options::Format(const std::string& input, const std::string& first_p
                             const std::string& prefix, unsigned int width) {
   std::string word;
   std::string result = first_prefix;
-  // Callers see to it that text begins in the same column behind either prefix.
+  // Callers choose the prefixes so that text begins in the same column after either.
   auto current_index = static_cast<unsigned int>(prefix.size());
   const auto break_line = [&] {
     if (current_index > width) {
