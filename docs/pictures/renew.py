@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Runs the commands that the docs show and puts in what they print, so that it is never made up.
+"""Runs the commands that the docs show and inserts what they print, so that the output is always real.
 
   docs/pictures/renew.py [--check] TOOL BUNDLER_FOLDER [FILE...]
 
-FILE is one of those below; all by default. With --check, nothing is written, and the status is 1 when
-a file is not as it would be.
+FILE is one of those below; the default is all. With --check, nothing is written, and the status is 1 if
+a file is out of date.
 
-  docs/troubleshooting.md  Of each console block, the lines that begin with "$ " are run; what follows
-                           them is what was printed. Of tables with a command in the second column,
-                           the third and the fourth are printed text and exit status.
-  docs/run.svg             The commands of run.console in this folder, shown in a terminal. What comes out
-                           depends on the compilers too, so there is no point in checking it.
+  docs/troubleshooting.md  In console blocks, the lines that begin with "$ " are run, and the lines
+                           after them are their output. In tables with a command in the second
+                           column, the third is the output and the fourth the exit status.
+  docs/run.svg             The commands of run.console in this folder, as in a terminal. The output also
+                           depends on the compilers, so it is not checked.
 """
 import difflib
 import html
@@ -136,7 +136,7 @@ def main():
         elif text != file.read_text():
             is_right = False
             sys.stdout.writelines(difflib.unified_diff(
-                file.read_text().splitlines(True), text.splitlines(True), str(file), "as it would be"))
+                file.read_text().splitlines(True), text.splitlines(True), str(file), "up to date"))
     return 0 if is_right else 1
 
 
