@@ -1,10 +1,9 @@
-# build_info.h, which tells which build this is, and its target tavrofuse_build_info. Sets
-# build_info_dir, the folder of the header.
+# Generates build_info.h, which identifies the build, by the target tavrofuse_build_info. Sets
+# build_info_dir to the folder of the header.
 
 set(build_info_dir "${PROJECT_BINARY_DIR}/build_info")
 
-# The time comes from the compiler. Compilers that know SOURCE_DATE_EPOCH would do the same with it
-# as is done here, but not all do.
+# The time comes from the compiler, unless SOURCE_DATE_EPOCH is set: not all compilers support it.
 set(date "__DATE__")
 set(time "__TIME__")
 if(NOT "$ENV{SOURCE_DATE_EPOCH}" STREQUAL "")

@@ -1,15 +1,15 @@
 # Run by the build (cmake -P) when the checkout may have moved to another commit. Writes into DIR:
 #
-# build_info.h  build_info.h.in with the commit; untouched if it is the same, so that nothing is
-#               compiled again
-# commit        an empty file, newer than all that the commit was looked up in
-# commit.d      what that was, as a depfile of `commit`
+# build_info.h  build_info.h.in with the commit; not touched if it is unchanged, so that nothing is
+#               recompiled
+# commit        an empty file, newer than the files that the commit was read from
+# commit.d      a depfile that makes `commit` depend on these files
 #
 # SOURCE_DIR is the root of the source tree.
 
 find_program(GIT git)
 
-# git(RESULT ARGUMENT...): what git prints, or nothing if it fails.
+# git(RESULT ARGUMENT...): sets RESULT to the output of git, or to nothing if it fails.
 function(git result)
   set(output "")
   if(GIT)
@@ -23,7 +23,7 @@ function(git result)
   set(${result} "${output}" PARENT_SCOPE)
 endfunction()
 
-# A tree below somebody else's checkout has no commit of its own.
+# A source tree inside another project's checkout has no commit.
 set(commit "")
 set(sources "")
 git(answer rev-parse --show-cdup --absolute-git-dir)
@@ -32,22 +32,22 @@ if(answer MATCHES "^\n(.+)$")
   git(commit rev-parse --verify --quiet HEAD)
   git(common rev-parse --git-common-dir)
   get_filename_component(common "${common}" ABSOLUTE BASE_DIR "${SOURCE_DIR}")
-  # Git replaces the file of a branch at each commit, which its folder shows. The file itself may
-  # vanish: its content then is in packed-refs. So may the folder, if it is not refs/heads.
+  # Git replaces the file of a branch at each commit, which changes its folder. The file itself may
+  # disappear, when git moves its content to packed-refs; so may a folder below refs/heads.
   git(branch symbolic-ref --quiet HEAD)
   set(branch "${common}/${branch}")
   while(NOT IS_DIRECTORY "${branch}")
     get_filename_component(branch "${branch}" DIRECTORY)
   endwhile()
   set(sources "${dir}/HEAD" "${branch}")
-  # The other format that git can keep branches in.
+  # The other storage format of branches.
   foreach(folder IN ITEMS "${dir}/reftable" "${common}/reftable")
     if(EXISTS "${folder}")
       list(APPEND sources "${folder}")
     endif()
   endforeach()
 elseif(EXISTS "${SOURCE_DIR}/COMMIT")
-  # A source archive: git archive has put the commit there.
+  # A source archive: git archive has written the commit.
   file(STRINGS "${SOURCE_DIR}/COMMIT" commit LIMIT_COUNT 1)
   set(sources "${SOURCE_DIR}/COMMIT")
 endif()

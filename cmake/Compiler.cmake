@@ -1,17 +1,17 @@
-# What all targets of the project are compiled with, by way of tavrofuse_build; what others link does
-# not inherit it.
+# tavrofuse_build: the options that all targets of the project are compiled with. Targets of other
+# projects don't inherit them.
 
 add_library(tavrofuse_build INTERFACE)
 target_compile_features(tavrofuse_build INTERFACE cxx_std_17)
 target_compile_options(tavrofuse_build INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   $<$<BOOL:${TAVROFUSE_WERROR}>:-Werror>
-  # Log lines carry __FILE__: the same source gives the same bytes, wherever it is built.
+  # Log lines contain __FILE__: without this, the build would depend on the source folder.
   "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 target_link_options(tavrofuse_build INTERFACE LINKER:-z,relro,-z,now)
 
-# Protections that the flags of whoever builds don't mention. Options of a target come after those
-# flags, and would override them.
+# Protections, unless CMAKE_CXX_FLAGS has its own: options of a target come after these flags and would
+# override them.
 if(NOT CMAKE_CXX_FLAGS MATCHES "stack-protector")
   target_compile_options(tavrofuse_build INTERFACE -fstack-protector-strong)
 endif()

@@ -1,5 +1,5 @@
-# The target tavrofuse_docs: the library's reference, as HTML below docs/html of the build folder.
-# Any warning fails it, so that no public operation goes without its comment.
+# The target tavrofuse_docs: the library's reference, as HTML in docs/html of the build folder. Warnings
+# are errors, so that every public operation is documented.
 
 find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
@@ -18,7 +18,7 @@ set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
 set(DOXYGEN_EXTRACT_ALL NO)
 set(DOXYGEN_HIDE_UNDOC_MEMBERS NO)
 set(DOXYGEN_WARN_IF_UNDOCUMENTED YES)
-# A parameter that its operation's comment makes plain has no entry of its own.
+# Parameters that the operation's comment explains need no entry.
 set(DOXYGEN_WARN_IF_INCOMPLETE_DOC NO)
 set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
 set(DOXYGEN_GENERATE_LATEX NO)

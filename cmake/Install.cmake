@@ -1,11 +1,10 @@
-# The tool, a CMake package that finds it from its own place, the documentation and the examples. What the
-# library installs is in libbasic/install.cmake.
+# Installs the tool, a relocatable CMake package, the documentation and the examples. The library is
+# installed by libbasic/install.cmake.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-# The tool runs on the machine that builds, whatever is built for: neither a folder for one
-# architecture nor the version file asks.
+# The tool runs on the building machine, so the package is independent of the target architecture.
 set(tavrofuse_package_dir lib/cmake/tavrofuse)
 
 install(TARGETS tavrofuse EXPORT tavrofuse
@@ -34,13 +33,13 @@ install(FILES
   "${PROJECT_SOURCE_DIR}/cmake/TavrofuseEmbed.cmake"
   DESTINATION "${tavrofuse_package_dir}" COMPONENT tavrofuse)
 
-# The pages have the folders that they have in the source tree, so that links between them work.
+# In the same folders as in the source tree, so that links between the pages work.
 install(FILES README.md ARCHITECTURE.md CONTRIBUTING.md RELEASING.md SECURITY.md
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tavrofuse)
 install(DIRECTORY docs
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT tavrofuse
   FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN pictures EXCLUDE)
-# By name: what the examples make may be in their folders too.
+# By name, because the folders may contain build results.
 foreach(example IN ITEMS
     bazel/.bazelrc bazel/BUILD bazel/README.md bazel/WORKSPACE bazel/tavrofuse.bzl
     cmake/CMakeLists.txt embed/host.c embed/kernel.cl make/Makefile ninja/build.ninja)

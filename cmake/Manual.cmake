@@ -1,9 +1,9 @@
-# The man page, made from docs/tavrofuse.1.in, and the completion for shells.
+# Installs the man page, made from docs/tavrofuse.1.in, and the completions of shells.
 
 include(GNUInstallDirs)
 
-# The page is dated like its version, so that the same source gives the same page. CMake takes the
-# time from SOURCE_DATE_EPOCH where that is set.
+# The date of the page is that of the version, so that the page is reproducible. If SOURCE_DATE_EPOCH
+# is set, string(TIMESTAMP) returns it.
 if(NOT "$ENV{SOURCE_DATE_EPOCH}" STREQUAL "")
   string(TIMESTAMP MAN_DATE "%Y-%m-%d" UTC)
 else()

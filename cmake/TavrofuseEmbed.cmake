@@ -22,7 +22,7 @@
 # The command passes everything that the run depends on, so the environment of the build has no
 # effect.
 
-# Also for projects that ask for less.
+# For projects that require an older version.
 cmake_policy(VERSION 3.20)
 
 set(TAVROFUSE_CLANG_PATH "" CACHE PATH "Folder of clang-offload-bundler, of LLVM 15 or newer")

@@ -1,5 +1,5 @@
-# Sets version_date, the date that CHANGELOG.md has for VERSION, such as 2026-11-22. Run by
-# cmake -P, it prints the date.
+# Sets version_date to the date of VERSION in CHANGELOG.md, such as 2026-11-22. With cmake -P, it prints
+# the date.
 
 set(changelog "${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md")
 file(STRINGS "${changelog}" headings REGEX "^## \\[")

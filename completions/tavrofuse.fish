@@ -5,7 +5,7 @@ function __tavrofuse_value
     commandline -ct | string replace -r -- '^-[^=]*=' ''
 end
 
-# For convenience: tavrofuse takes any name.
+# Suggestions only: tavrofuse accepts any name.
 function __tavrofuse_archs
     printf '%s\n' gfx900 gfx906 gfx908 gfx90a gfx1010 gfx1030 gfx1100 $TAVROSM_TARGET
 end

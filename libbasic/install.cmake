@@ -1,5 +1,5 @@
-# What others need to build against the library: the headers, below a folder of their own, the
-# archive, a CMake package and a pkg-config file. All of it may be moved as a whole.
+# Installs the headers in their own folder, the archive, a CMake package and a pkg-config file. The
+# installed tree can be moved.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -31,8 +31,7 @@ install(FILES
   "${CMAKE_CURRENT_BINARY_DIR}/libbasicConfigVersion.cmake"
   DESTINATION "${package_dir}" COMPONENT libbasic)
 
-# The .pc file finds everything from its own place. Relative paths between full ones also serve
-# those who configure with absolute folders.
+# The .pc file is relocatable. The relative paths also work if folders were configured as absolute.
 file(RELATIVE_PATH pc_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 file(RELATIVE_PATH pc_libdir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_LIBDIR}")
 file(RELATIVE_PATH pc_includedir "${CMAKE_INSTALL_PREFIX}" "${CMAKE_INSTALL_FULL_INCLUDEDIR}")

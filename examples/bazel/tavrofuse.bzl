@@ -1,11 +1,11 @@
 """Rules that embed a device image in a host program.
 
-tavrofuse_embed      makes the include file, and a fat binary beside it
+tavrofuse_embed      makes the include file, and a fat binary next to it
 tavrofuse_toolchain  finds tavrofuse and the bundler on this machine (in WORKSPACE)
 """
 
 def _tavrofuse_embed_impl(ctx):
-    # A folder for each target: all have the include file under the name that the host code knows.
+    # A folder for each target: the include files have the same name.
     include = ctx.actions.declare_file(ctx.label.name + "/" + ctx.attr.include)
     fatbin = ctx.actions.declare_file(ctx.label.name + "/image.fatbin")
     bundler = ctx.executable._bundler
@@ -20,8 +20,7 @@ def _tavrofuse_embed_impl(ctx):
     if ctx.attr.link:
         arguments.add("--link")
 
-    # The adapter runs the bundler of any LLVM from 15 on. The bundler may find its objcopy through
-    # PATH alone.
+    # The adapter runs the bundler of LLVM 15 or newer. Some bundlers look for llvm-objcopy only in PATH.
     ctx.actions.run(
         executable = ctx.executable._tavrofuse,
         arguments = [arguments],
@@ -46,10 +45,10 @@ def _tavrofuse_embed_impl(ctx):
 
 tavrofuse_embed = rule(
     implementation = _tavrofuse_embed_impl,
-    doc = "Makes an include file of a device image. Named in `deps`, it is there to be included.",
+    doc = "Makes an include file of a device image. Name it in `deps` of the code that includes it.",
     attrs = {
         "image": attr.label(mandatory = True, allow_single_file = True),
-        "arch": attr.string(default = "gfx906", doc = "What the image was compiled for."),
+        "arch": attr.string(default = "gfx906", doc = "The architecture of the image."),
         "include": attr.string(default = "fatbin.inc", doc = "The name of the include file."),
         "link": attr.bool(doc = "Whether the image holds linked code."),
         "_tavrofuse": attr.label(
@@ -77,7 +76,7 @@ filegroup(name = "tavrofuse", srcs = ["bin/tavrofuse"])
 
 filegroup(name = "adapter", srcs = ["adapter/clang-offload-bundler"])
 
-# The bundler runs objcopy, and may have brought libraries of its own.
+# The bundler runs objcopy, and may use libraries of its own installation.
 filegroup(
     name = "bundler",
     srcs = ["llvm/bin/clang-offload-bundler"],
@@ -91,14 +90,14 @@ filegroup(
 def _tavrofuse_toolchain_impl(repository):
     tavrofuse = repository.os.environ.get("TAVROFUSE") or repository.which("tavrofuse")
     if not tavrofuse:
-        fail("no tavrofuse in PATH; TAVROFUSE names another place")
+        fail("there is no tavrofuse in PATH; set TAVROFUSE to its file")
     tavrofuse = repository.path(tavrofuse)
     adapter = repository.os.environ.get("TAVROFUSE_ADAPTER")
     if not adapter:
         libexec = tavrofuse.dirname.dirname.get_child("libexec")
         adapter = libexec.get_child("tavrofuse").get_child("clang-offload-bundler")
 
-    # The adapter knows where bundlers are, and which of them works.
+    # The adapter finds a bundler that works.
     llvm = repository.os.environ.get("TAVROFUSE_LLVM")
     found = repository.execute([adapter, "--tavrofuse-find"] + ([llvm + "/bin"] if llvm else []))
     if found.return_code:
@@ -117,7 +116,7 @@ def _tavrofuse_toolchain_impl(repository):
 
 tavrofuse_toolchain = repository_rule(
     implementation = _tavrofuse_toolchain_impl,
-    doc = "Takes $TAVROFUSE, else the one in PATH; $TAVROFUSE_LLVM, else the first that works.",
+    doc = "Uses $TAVROFUSE, or else the tool in PATH; $TAVROFUSE_LLVM, or else the first LLVM that works.",
     environ = ["PATH", "TAVROFUSE", "TAVROFUSE_ADAPTER", "TAVROFUSE_BUNDLER", "TAVROFUSE_LLVM"],
     local = True,
 )

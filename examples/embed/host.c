@@ -1,9 +1,9 @@
-/* A host program with an embedded fat binary: shows the descriptor and writes the embedded bytes to
-   the file that its argument names. Compiles as C and as C++, with either form of fatbin.inc. */
+/* A host program with an embedded fat binary. It prints the descriptor and writes the embedded bytes to
+   the file that its argument names. It compiles as C and as C++, with either form of fatbin.inc. */
 
 #include <stdio.h>
 
-/* This program brings its own definitions in place of fatbinary_section.h. */
+/* This program has its own definitions instead of fatbinary_section.h. */
 #define __SKIP_INTERNAL_FATBINARY_HEADERS
 
 typedef struct {
@@ -13,7 +13,7 @@ typedef struct {
   void* linked;
 } __fatBinC_Wrapper_t;
 
-/* Named by the linked form only. */
+/* Only the linked form uses it. */
 void* __cudaPrelinkedFatbins[1];
 
 #include "fatbin.inc"
