@@ -84,7 +84,7 @@ function(_tavrofuse_get_word what file forbidden result)
   set(${result} "${word}" PARENT_SCOPE)
 endfunction()
 
-# The three steps of tavrofuse_embed. They read its variables arg_..., and set what is told here.
+# The three steps of tavrofuse_embed. They read its variables arg_...
 
 # Checks the arguments. Sets the defaults of arg_ARCH and arg_NAME.
 function(_tavrofuse_check_arguments)
