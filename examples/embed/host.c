@@ -1,5 +1,7 @@
-/* A host program with an embedded fat binary. It prints the descriptor and writes the embedded bytes to
-   the file that its argument names. It compiles as C and as C++, with either form of fatbin.inc. */
+/* A host program with an embedded fat binary. It prints the descriptor and writes the embedded
+   bytes to the file that its argument names. It compiles as C and as C++, with either form of
+   fatbin.inc.
+ */
 
 #include <stdio.h>
 
