@@ -228,8 +228,8 @@ bool IsLinkToDescriptor(const char* name) {
          memcmp(target, "/proc/", sizeof(target)) == 0;
 }
 
-// Build systems take a truncated include file for a finished one, so it goes. Devices and pipes
-// stay. Async-signal-safe.
+// Removes an unfinished include file, which build systems would take for up to date. Devices and
+// pipes stay. Async-signal-safe.
 void RemoveIncludeFile(const char* name, bool is_open) {
   struct stat status;
   if (stat(name, &status) != 0 || !S_ISREG(status.st_mode) || IsLinkToDescriptor(name)) {
