@@ -167,7 +167,6 @@ class Place(tempfile.TemporaryDirectory):
         files = [arg.split("=", 1) for arg in case.args if arg.startswith(tuple(wanted))]
         return [difference(name, read(self.path(name)), wanted[option]()) for option, name in files]
 
-
     def wrong_remains(self, case, status):
         """Tells the include files that a run with another status than 0 must not leave."""
         for name in (arg.split("=", 1)[1] for arg in case.args if arg.startswith("-fatbin=")):
