@@ -3,6 +3,7 @@
 
 #include <emmintrin.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -282,7 +283,8 @@ void Handle(int signal_number, void (*handler)(int)) {
 }
 
 void HandleSignals() {
-  for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+  for (const int signal_number :
+       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU}) {
     Handle(signal_number, EndBySignal);
   }
   // A write to a broken pipe, or past the limit on file sizes, fails like any other. Handlers,
@@ -445,15 +447,42 @@ class FatBin {
   // Reads the first block. What can't be read at all fails here, and is logged.
   bool Open(const string& name) {
     name_ = name;
-    size_ = util::File::GetFileSize(name);
+    if (stat(name.c_str(), &status_) != 0) {
+      util::SetLastError("stat64: %s", strerror(errno));
+      return Fail();
+    }
+    size_ = status_.st_size;
     if (size_ > kFatBinSizeLimit) {
       LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", GetWordCount() * int64_t{kWordSize});
       return false;
     }
-    if (size_ < 0 || !IsFile() || !reader_.Open(name)) {
+    if (S_ISFIFO(status_.st_mode)) {
+      util::SetLastError("it is a pipe");  // reading would block
       return Fail();
     }
-    return ReadBlock();
+    if (S_ISDIR(status_.st_mode)) {
+      util::SetLastError("read file: %s", strerror(EISDIR));
+      return Fail();
+    }
+    return reader_.Open(name) ? ReadBlock() : Fail();
+  }
+
+  // Reads on from a copy if the fat binary is the file `other`, which is about to be truncated.
+  bool CopyIfSame(const string& other) {
+    struct stat status = {};
+    if (name_.empty() || stat(other.c_str(), &status) != 0 || status.st_dev != status_.st_dev ||
+        status.st_ino != status_.st_ino) {
+      return true;
+    }
+    // The descriptor lives as long as the process.
+    const int fd = memfd_create("fat binary", MFD_CLOEXEC);
+    const string copy = "/proc/self/fd/" + std::to_string(fd);
+    util::FileWriter writer;
+    offset_ = 0;
+    return writer.Open(copy, false) && writer.Write(block_, block_size_) &&
+                   writer.WriteRest(reader_) && writer.Close() && reader_.Open(copy)
+               ? ReadBlock()
+               : Fail();
   }
 
   // Reads the next block, which is empty at the end. A failure is logged.
@@ -478,23 +507,6 @@ class FatBin {
   size_t GetBlockWordCount() const { return (block_size_ + kWordSize - 1) / kWordSize; }
 
  private:
-  // Only what has no size needs a closer look: reading would block on a pipe, and not fail on some
-  // file systems' folders.
-  bool IsFile() const {
-    struct stat status = {};
-    if (size_ == 0 && stat(name_.c_str(), &status) == 0) {
-      if (S_ISFIFO(status.st_mode)) {
-        util::SetLastError("it is a pipe");
-        return false;
-      }
-      if (S_ISDIR(status.st_mode)) {
-        util::SetLastError("read file: %s", strerror(EISDIR));
-        return false;
-      }
-    }
-    return true;
-  }
-
   bool Fail() const {
     LOG_ERROR("Failed to read %s: %s\n", name_, util::GetLastError());
     return false;
@@ -506,6 +518,7 @@ class FatBin {
 
   util::FileReader reader_;
   string name_;
+  struct stat status_ = {};
   int64_t size_ = 0;
   int64_t offset_ = 0;
   size_t block_size_ = 0;
@@ -618,8 +631,8 @@ bool WriteIncludeFile(const string& embedded_file, FatBin& fat_bin, bool is_link
   const string tail = util::StrFormat(kTail, static_cast<int>(fat_bin.GetWordCount()), form.version,
                                       form.prelinked);
   IncludeFile include_file(embedded_file);
-  return include_file.Open() && include_file.Write(head) && WriteDataLines(fat_bin, include_file) &&
-         include_file.Write(tail) && include_file.Finish();
+  return fat_bin.CopyIfSame(embedded_file) && include_file.Open() && include_file.Write(head) &&
+         WriteDataLines(fat_bin, include_file) && include_file.Write(tail) && include_file.Finish();
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -126,8 +126,8 @@ class FileHandler {
   std::string error_msg;
 };
 
-/// Reads a file in blocks, from its first byte on. Failures leave the last-error texts of `File`.
-/// An object is used by one thread at a time.
+/// Reads a file in blocks, from its first byte on. Failures leave the last-error texts of `File`,
+/// or "no file is open". An object is used by one thread at a time.
 class FileReader {
  public:
   /// Opens a file, after closing the one that is open.
@@ -154,8 +154,8 @@ class FileReader {
   FILE* fp_ = nullptr;  // owned by `handler_`
 };
 
-/// Writes a file in blocks. Failures leave the last-error texts of `File`. An object is used by one
-/// thread at a time.
+/// Writes a file in blocks. Failures leave the last-error texts of `File`, or "no file is open". An
+/// object is used by one thread at a time.
 class FileWriter {
  public:
   /// Opens a file, after closing the one that is open. Creates a missing file.

@@ -56,10 +56,11 @@ class Process {
   /// of an earlier command.
   /// \return `PROCESS_SUCCESS`, and the child is held until `Wait`. A program that can't be started
   ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
-  ///         system's words, and exits with the value of `errno`. Blanks alone are such a program.
-  ///         `PROCESS_RUNNING` when `IsRunning` returns true, without a text; nothing changes.
-  ///         `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the pipe's
-  ///         descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays open.
+  ///         system's words in English, and exits with the value of `errno`. Blanks alone are such
+  ///         a program. `PROCESS_RUNNING` when `IsRunning` returns true, without a text; nothing
+  ///         changes. `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the
+  ///         pipe's descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays
+  ///         open.
   ProcessStatus Create(const std::string& cmd_with_args);
 
   /// Starts a command like `Create`, but only a child that this object holds counts as running. The

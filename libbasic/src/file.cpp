@@ -43,6 +43,14 @@ std::unique_ptr<uint8_t[], Free> MakeBuffer(size_t size) {
   return buffer;
 }
 
+bool CheckOpen(const FILE* fp) {
+  if (fp == nullptr) {
+    SetLastError("no file is open");
+    return false;
+  }
+  return true;
+}
+
 // Appends what was read, as text: in each chunk, a zero byte drops the rest.
 void AppendChunks(const char* bytes, size_t size, std::string& text) {
   for (size_t begin = 0; begin < size; begin += kTextChunkSize) {
@@ -235,6 +243,10 @@ bool FileReader::Open(const std::string& file) {
 }
 
 bool FileReader::Read(void* data, size_t size, size_t& count) {
+  count = 0;
+  if (!CheckOpen(fp_)) {
+    return false;
+  }
   count = fread(data, 1, size, fp_);
   if (count < size && ferror(fp_) != 0) {
     SetLastError("read file: %s", strerror(errno));
@@ -245,6 +257,9 @@ bool FileReader::Read(void* data, size_t size, size_t& count) {
 
 int64_t FileReader::GetSize() const {
   struct stat64 status;
+  if (!CheckOpen(fp_)) {
+    return -1;
+  }
   if (fstat64(fileno(fp_), &status) != 0) {
     SetLastError("fstat64: %s", strerror(errno));
     return -1;
@@ -264,6 +279,9 @@ bool FileWriter::Open(const std::string& file, bool append) {
 }
 
 bool FileWriter::Write(const void* data, size_t size) {
+  if (!CheckOpen(fp_)) {
+    return false;
+  }
   if (fwrite(data, 1, size, fp_) != size) {
     SetLastError("write file: %s", strerror(errno));
     return false;
@@ -272,7 +290,7 @@ bool FileWriter::Write(const void* data, size_t size) {
 }
 
 bool FileWriter::WriteRest(FileReader& reader) {
-  if (!Flush()) {
+  if (!Flush() || !CheckOpen(reader.fp_)) {
     return false;
   }
   while (copy_file_range(fileno(reader.fp_), nullptr, fileno(fp_), nullptr, kKernelCopySize, 0) >
@@ -290,6 +308,9 @@ bool FileWriter::WriteRest(FileReader& reader) {
 }
 
 bool FileWriter::Flush() {
+  if (!CheckOpen(fp_)) {
+    return false;
+  }
   if (fflush(fp_) != 0) {
     SetLastError("write file: %s", strerror(errno));
     return false;

@@ -1,6 +1,7 @@
 #include "process.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/select.h>
 #include <sys/types.h>
 #include <sys/wait.h>
@@ -25,7 +26,7 @@ constexpr size_t kReadAlignment = 64;  // the kernel copies to it twice as fast
 constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
-constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
+constexpr uint64_t kNanosecondsInMillisecond = 1000000;
 constexpr uint64_t kStopInterval = 10;  // milliseconds
 constexpr int kKilledBySignal9 = 9;     // as a raw wait status
 
@@ -135,7 +136,7 @@ void ResetSignalHandlers() {
 
 // What `strerror` says where no locale translates it; `strerror` itself may take a lock.
 const char* GetErrorText(int error) {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 32)
+#ifdef __GLIBC__
   const char* text = strerrordesc_np(error);
   return text == nullptr ? "Unknown error" : text;
 #else
@@ -171,15 +172,19 @@ void WriteToOutput(const char* text) {
   _exit(error);
 }
 
-// Blocks all signals until it goes out of scope.
+// Blocks all signals, and cancellation of the thread, until it goes out of scope.
 class SignalBlock {
  public:
   SignalBlock() {
     sigset_t all;
     sigfillset(&all);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &former_cancel_state_);
     pthread_sigmask(SIG_SETMASK, &all, &former_mask_);
   }
-  ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &former_mask_, nullptr); }
+  ~SignalBlock() {
+    pthread_sigmask(SIG_SETMASK, &former_mask_, nullptr);
+    pthread_setcancelstate(former_cancel_state_, nullptr);
+  }
   SignalBlock(const SignalBlock&) = delete;
   SignalBlock& operator=(const SignalBlock&) = delete;
 
@@ -187,16 +192,17 @@ class SignalBlock {
 
  private:
   sigset_t former_mask_;
+  int former_cancel_state_ = PTHREAD_CANCEL_ENABLE;
 };
 
 // Starts the child and returns its id, negative on failure. `vfork` suspends this thread until the
 // child is another program or has ended, and copies no page tables: in a program that holds 1 GiB,
 // copying them takes 20 times as long as all the rest.
 pid_t StartChild(char* const* args, int write_end, const sigset_t& mask) {
-  // No program has a name of PATH_MAX bytes. The line that says so may not fit into the pipe, so
-  // the reader has to run: this child is a copy.
-  const bool is_name_too_long = strlen(args[0]) >= PATH_MAX;
-  const pid_t pid = is_name_too_long ? fork() : vfork();
+  // The line that tells why a program can't be started may not fit into the pipe if its name is
+  // that long, so the reader has to run: this child is a copy.
+  const bool has_long_name = strlen(args[0]) >= PATH_MAX / 2;
+  const pid_t pid = has_long_name ? fork() : vfork();
   if (pid == 0) {
     RunCommand(args, write_end, mask);
   }
@@ -205,7 +211,7 @@ pid_t StartChild(char* const* args, int write_end, const sigset_t& mask) {
 
 // Appends what was read, as text: in each chunk, a zero byte drops the rest. Several chunks are
 // read at once if they are there, as if the reader had been a little late.
-void AppendChunks(const char* bytes, size_t size, std::string& output) {
+void AppendOutput(const char* bytes, size_t size, std::string& output) {
   if (output.capacity() - output.size() < size) {
     // As `reserve` does, but with huge pages under the copy. A chunk more than double, so that
     // output whose size is a power of two is not copied once more.
@@ -250,7 +256,7 @@ ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
       return PROCESS_SUCCESS;
     }
     if (count > 0) {
-      AppendChunks(bytes, static_cast<size_t>(count), output);
+      AppendOutput(bytes, static_cast<size_t>(count), output);
     } else if (errno != EINTR) {
       SetLastError("read: %s", strerror(errno));
       return PROCESS_ERROR;
@@ -263,7 +269,7 @@ uint64_t GetUptime() {
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<uint64_t>(now.tv_sec) * kMillisecondsPerSecond +
-         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsPerMillisecond;
+         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsInMillisecond;
 }
 
 // Waits for output and discards it. Returns whether more can come.
@@ -346,12 +352,17 @@ void Process::Stop(uint64_t patience) {
   for (uint64_t passed = 0; (is_running || is_open) && passed <= patience;
        passed = GetUptime() - begin) {
     is_running = is_running && IsRunning();
-    if (is_running && (!is_open || passed >= patience / 2)) {
+    if (is_running && passed >= patience / 2) {
       kill(pid_, SIGKILL);
       waitpid(pid_, nullptr, 0);
       is_running = false;
     }
-    is_open = is_open && DiscardOutput(pipe_id_, kStopInterval);
+    if (is_open) {
+      is_open = DiscardOutput(pipe_id_, kStopInterval);
+    } else if (is_running) {
+      struct timeval interval = {0, kStopInterval * kMicrosecondsPerMillisecond};
+      select(0, nullptr, nullptr, nullptr, &interval);
+    }
   }
 }
 
