@@ -19,7 +19,7 @@ COPY = 'exec cp "$in" "$out"'
 TEMPORARY = ("-fatbin=inc",)
 KEPT = TEMPORARY + ("-create=fat",)
 OUTPUT = {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}
-ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
+ENDING_SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT, signal.SIGXCPU)
 
 # The children begin with what a login shell gives them.
 os.umask(0o022)

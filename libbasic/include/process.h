@@ -35,9 +35,10 @@ enum ProcessStatus {
 /// the program, starts nothing while one runs, and may collect one that has ended, whose own `Wait`
 /// then fails.
 ///
-/// Signals: the command starts with the signal mask of the calling thread; signals that the program
-/// ignores stay ignored, and those that it handles have their default action. A signal handler that
-/// runs during `Wait` makes `select` fail, which stops the child.
+/// Signals: they wait while the system loads the command. It starts with the signal mask of the
+/// calling thread; signals that the program ignores stay ignored, and those that it handles have
+/// their default action. A signal handler that runs during `Wait` makes `select` fail, which stops
+/// the child.
 class Process {
  public:
   /// Holds no child.

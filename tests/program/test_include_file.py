@@ -21,6 +21,12 @@ def test_without_a_usable_image_nothing_is_bundled_and_nothing_embedded(folder):
                   fat=b"fat", inc=empty)
 
 
+def test_include_file_may_replace_its_own_fat_binary(folder):
+    folder.path(folder.stem + ".o").write_bytes(bytes(range(250)) * 1000)  # more than is read at once
+    folder.expect(Command("./tavrofuse $image3 -fatbin=other"),
+                  Command("./tavrofuse $image3 -create=same -fatbin=same && cmp same other"))
+
+
 def test_failure_to_write_is_reported_and_named_fat_binary_stays(folder):
     folder.expect(error("./tavrofuse $image3 -fatbin=gone/i", GONE),
                   error("./tavrofuse $image3 -fatbin=gone/i -create=fat", GONE),

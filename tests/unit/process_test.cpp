@@ -145,11 +145,17 @@ TEST_F(ProcessTest, StartIgnoresTheProgramsOtherChildren) {
   Expect(PROCESS_SUCCESS, PROCESS_SUCCESS, "x\n");
 }
 
-TEST_F(ProcessTest, StopEndsAChildThatIgnoresSignals) {
-  EXPECT_EQ(process_.Create(Script("trap '' TERM; echo x; while :; do sleep 0.01; done")),
-            PROCESS_SUCCESS);
-  process_.Stop(200);
-  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+TEST_F(ProcessTest, StopLetsAChildCleanUpAndKillsOneThatIgnoresIt) {
+  const std::string wait = "echo > " + At("ready") + "; while :; do sleep 0.01; done";
+  const std::string clean_up = "trap 'echo > " + At("clean") + "; exit' TERM; exec >&- 2>&-; ";
+  for (const std::string& script : {clean_up + wait, "trap '' TERM; " + wait}) {
+    SCOPED_TRACE(script);
+    EXPECT_EQ(process_.Create(Script(script)), PROCESS_SUCCESS);
+    while (!fs::remove(At("ready"))) std::this_thread::yield();
+    process_.Stop(1000);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
+  }
+  EXPECT_TRUE(fs::exists(At("clean")));
 }
 
 TEST_F(ProcessTest, DestructionClosesThePipeAndLetsTheChildGoOn) {
