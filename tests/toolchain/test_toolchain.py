@@ -142,6 +142,7 @@ def test_build_by_hand(program, installation):
 @pytest.mark.parametrize("call, clang_path, text", MISTAKES, ids=[row[2] for row in MISTAKES])
 def test_mistake_in_cmake(call, clang_path, text, installation):
     folder = installation.folder
+    installation.write_bundler("exit 0")  # needs no adapter, whose folder has no blanks
     for name in "dev.o", "a,b.o", "a b.o":
         (folder / name).touch()
     (folder / "a b").symlink_to(folder / "llvm")
