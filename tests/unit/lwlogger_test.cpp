@@ -10,6 +10,7 @@ using testing::MatchesRegex;
 const std::string kTimeForm = "[0-9]{8}_[0-9]{6}\\.(0|[1-9][0-9]{0,5})";
 
 struct Logger : LwLogger {
+  using LwLogger::RollLogFile;
   explicit Logger(const std::string& folder = "", int keep = 5) {
     SetLogFileNamePrefix("log");
     SetKeepFileCount(keep);
@@ -30,10 +31,7 @@ Output Capture(const std::function<void()>& body) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   body();
-  Output output;
-  output.out = testing::internal::GetCapturedStdout();
-  output.err = testing::internal::GetCapturedStderr();
-  return output;
+  return {testing::internal::GetCapturedStdout(), testing::internal::GetCapturedStderr()};
 }
 
 // Has 8 threads log 200 lines each. `read` should then find them all, whole and once.
@@ -67,20 +65,25 @@ class LoggerTest : public FolderTest {
   }
 
   // Makes log files whose status changed in the order of their names, and whose content was
-  // modified in the opposite order. `next` tells whether a change comes late enough after another.
-  void MakeLogs(const Strings& names,
-                const std::function<bool(const timespec& last, const timespec& now)>& next) const {
-    struct stat status = {};
+  // modified in the opposite order. The second is later in seconds alone, the third in
+  // milliseconds.
+  void MakeLogs() const {
+    struct stat last = {};
     time_t modified = 1000;
-    for (const std::string& name : names) {
+    const auto make = [&](const char* name, const auto& is_late_enough) {
       const struct timespec times[] = {{--modified, 0}, {modified, 0}};
-      const struct timespec last = status.st_ctim;
-      for (Make(name, ""); !next(last, status.st_ctim); stat(At(name).c_str(), &status))
+      struct stat status = {};
+      for (Make(name, ""); !is_late_enough(status.st_ctim); stat(At(name).c_str(), &status))
         utimensat(AT_FDCWD, At(name).c_str(), times, 0);
-    }
-  }
-  static bool IsNextMillisecond(const timespec& last, const timespec& now) {
-    return last.tv_nsec / 1000000 != now.tv_nsec / 1000000;
+      last = status;
+    };
+    make("log-1.log", [](const timespec& now) { return now.tv_nsec > 100000000; });
+    make("log-2.log", [&last](const timespec& now) {
+      return now.tv_sec > last.st_ctim.tv_sec && now.tv_nsec < last.st_ctim.tv_nsec;
+    });
+    make("log-3.log", [&last](const timespec& now) {
+      return now.tv_sec > 0 && now.tv_nsec / 1000000 != last.st_ctim.tv_nsec / 1000000;
+    });
   }
 };
 
@@ -169,8 +172,8 @@ TEST(LwLogger, AssistHeaderTellsTimeThreadLevelAndPlace) {
     const auto check = [&] {
       const std::string head = "\\[" + kTimeForm + " " + std::to_string(gettid()) + " ";
       const std::string tail = std::string(" ") + row.place + ":7\\] ";
-      EXPECT_THAT(Capture([&] { logger.Log("x", kLogError); }).err,
-                  MatchesRegex(head + "error" + tail + "error: x"));
+      EXPECT_THAT(Capture([&] { logger.Log("x", kLogFatal); }).err,
+                  MatchesRegex(head + "fatal" + tail + "fatal: x"));
       EXPECT_THAT(Capture([&] { logger.Log("x", kLogNone); }).err, MatchesRegex(head + tail + "x"));
     };
     check();
@@ -214,29 +217,19 @@ TEST_F(LoggerTest, FileLiesInTheWorkingDirectoryByDefault) {
 }
 
 TEST_F(LoggerTest, OldestFilesThatLookLikeLogsGoForANewOne) {
-  const Strings others = {"log.LOG", "log.directory.log", "log.log.1", "new log", "other.log"};
-  const Strings logs = {"log-1.log", "log-2.log", "log-3.log"};
-  for (const auto& [keep, gone] : {std::pair{5, 0}, {4, 0}, {3, 1}, {1, 3}, {0, 3}, {-1, 3}}) {
+  const Strings others = {"log.LOG", "log.directory.log", "log.log.1", "other.log"};
+  for (const char* name : {"log.LOG", "log.log.1", "other.log"}) Make(name, "");
+  fs::create_directory(At("log.directory.log"));
+  MakeLogs();
+  Strings logs = {"log-1.log", "log-2.log", "log-3.log"};
+  for (const auto& [keep, gone] : {std::pair{5, 0}, {4, 0}, {3, 1}, {2, 1}, {-1, 1}}) {
     SCOPED_TRACE("keep " + std::to_string(keep));
-    fs::remove_all(folder_);
-    fs::create_directories(At("log.directory.log"));
-    for (const char* name : {"other.log", "log.LOG", "log.log.1"}) Make(name, "");
-    MakeLogs(logs, IsNextMillisecond);
-    Logger(folder_, keep).Log("x");
-    Strings expected(logs.begin() + gone, logs.end());
+    Logger().RollLogFile(folder_, keep);
+    logs.erase(logs.begin(), logs.begin() + gone);
+    Strings expected = logs;
     expected.insert(expected.end(), others.begin(), others.end());
     EXPECT_EQ(Names(), expected);
   }
-}
-
-TEST_F(LoggerTest, AgeOfFilesIsInSecondsAndMilliseconds) {
-  const auto is_earlier_in_a_later_second = [](const timespec& last, const timespec& now) {
-    return last.tv_sec == 0 ? now.tv_nsec > 100000000
-                            : now.tv_sec > last.tv_sec && now.tv_nsec < last.tv_nsec;
-  };
-  MakeLogs({"log-1.log", "log-2.log"}, is_earlier_in_a_later_second);
-  Logger(folder_, 2).Log("x");
-  EXPECT_EQ(Names(), (Strings{"log-2.log", "new log"}));
 }
 
 TEST_F(LoggerTest, OneOfTwoOfTheSameAgeStaysAndAllDoBesideADanglingLink) {
