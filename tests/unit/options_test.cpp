@@ -192,41 +192,39 @@ TEST(Options, ConvertWholeTextsOnlyAndTellWhatIsLeft) {
 TEST(OptionsHelp, IsWrappedAsItIsDeclared) {
   Options options = MakeOptions("");
   bool flag = false;
-  std::string text(60, 'w');
-  options.SetDescription("Makes\t things,\nand  more " + text + " of them. ");
-  options.SetGroupTitle("Options:");
+  std::string text;
+  EXPECT_EQ(options.GetHelpInfo(),
+            "Usage: tool [options] \n\nDescription: No description provided.\n");
+  options.SetScreenWidth(40);
   options.SetScreenWidth(0);
+  options.SetMessageOffset(22);
   options.SetMessageOffset(-1);
-  options.Parse(
-      "-fatbin", "--embedded-fatbin", "<FILE>",
-      "Specify the name of an C include file that defines an embedded fat binary descriptor that "
-      "will hold all 'internal' images. When this option is not used, all 'internal' images are "
-      "ignored and no embedded fat binary file will be generated.",
-      nullptr, nullptr, text, true);
-  options.Parse("-rocm-path", "--rocm-path", "<PATH>", "Root.", nullptr, nullptr, text, true);
+  options.SetDescription("Makes\t things,\nand  more of\n them. ");
+  options.SetGroupTitle("Options:");
+  options.Parse("-fatbin", "--fatbin-file", "", "The fat binary, and\n all of that came with it.",
+                nullptr, nullptr, text, true);
+  options.Parse("-root", "--root", "<PATH>", "Root.", nullptr, nullptr, text, true);
   options.Parse("-h", "--hidden", "", "Hidden.", nullptr, nullptr, text, false);
   options.SetGroupTitle("Other Options:");
   options.Parse("-f", "", "", nullptr, flag, true);
-  options.Parse("-", "--list", "", text + "wwwww", nullptr, nullptr, text, true);
+  options.Parse("-", "--list", "", "Longer_than_the_screen", nullptr, nullptr, text, true);
   EXPECT_EQ(options.GetHelpInfo(), R"(Usage: tool [options] 
 
-Description: Makes things, and more )" +
-                                       text + R"( 
-             of them. 
+Description: Makes things, and more of 
+             them. 
 
 Options:
- -fatbin, --embedded-fatbin <FILE> 
-                                Specify the name of an C include file that defines an embedded 
-                                fat binary descriptor that will hold all 'internal' images. When 
-                                this option is not used, all 'internal' images are ignored and no 
-                                embedded fat binary file will be generated.
- -rocm-path, --rocm-path <PATH> Root.
+ -fatbin, --fatbin-file <value> 
+                      The fat binary, 
+                      and all of that came 
+                      with it.
+ -root, --root <PATH> Root.
 
 Other Options:
- -f                             
- --list <value>                 
-                                )" + text +
-                                       "wwwww\n");
+ -f                   
+ --list <value>       
+                      Longer_than_the_screen
+)");
   options.ClearDescription();
   options.SetMessageOffset(3);
   options.SetScreenWidth(9);
