@@ -11,7 +11,7 @@ using util::GetLastError;
 using FileTest = FolderTest;
 
 const std::string kGone = "No such file or directory";
-const std::string kFull = "No space left on device";
+const std::string kFull = "write file: No space left on device";
 
 struct FailingOperation {
   std::string name;
@@ -58,23 +58,21 @@ TEST_F(FileTest, FailureToWriteOrCopyOrDeleteHasAReason) {
   fs::create_directory(folder);
   const std::string source = Make("folder/source", "abc");
   const std::string kept = Make("kept", "kept");
+  const std::string large(99999, 'x');
   const uint8_t byte = 7;
+  File full("/dev/full");
+  File fresh(At("new"));
   ExpectFailures({
-      {"append to a full disk", [] { return File("/dev/full").WriteText("x", true); },
-       "write file: " + kFull},
-      {"large text to a full disk",
-       [] { return File("/dev/full").WriteText(std::string(99999, 'x'), false); },
-       "write file: " + kFull},
-      {"no bytes", [&] { return File(At("new")).WriteBinary(&byte, 0, false); },
-       "invalid binary size"},
-      {"null bytes", [&] { return File(At("new")).WriteBinary(nullptr, 1, false); },
+      {"append to a full disk", [&] { return full.WriteText("x", true); }, kFull},
+      {"large text to a full disk", [&] { return full.WriteText(large, false); }, kFull},
+      {"no bytes", [&] { return fresh.WriteBinary(&byte, 0, false); }, "invalid binary size"},
+      {"null bytes", [&] { return fresh.WriteBinary(nullptr, 1, false); },
        "invalid binary pointer"},
       {"copy of a missing file", [&] { return File::CopyFile(kept, At("none")); },
        "open file '" + At("none") + "': " + kGone},
       {"copy to a folder", [&] { return File::CopyFile(folder, source); },
        "open file '" + folder + "': Is a directory"},
-      {"copy to a full disk", [&] { return File::CopyFile("/dev/full", source); },
-       "write file: " + kFull},
+      {"copy to a full disk", [&] { return File::CopyFile("/dev/full", source); }, kFull},
       {"copy of a folder", [&] { return File::CopyFile(At("copy"), folder); },
        "read file: Is a directory"},
       {"delete without a path", [] { return File::DeleteFile(""); }, "invalid paramter"},
@@ -82,11 +80,10 @@ TEST_F(FileTest, FailureToWriteOrCopyOrDeleteHasAReason) {
        "remove: Directory not empty"},
   });
   const Fault fault("fclose", EDQUOT);
+  const std::string quota = "close file: Disk quota exceeded";
   ExpectFailures({
-      {"text, closing fails", [&] { return File(At("closed")).WriteText("x", false); },
-       "close file: Disk quota exceeded"},
-      {"copy, closing fails", [&] { return File::CopyFile(At("closed"), source); },
-       "close file: Disk quota exceeded"},
+      {"text, closing fails", [&] { return File(At("closed")).WriteText("x", false); }, quota},
+      {"copy, closing fails", [&] { return File::CopyFile(At("closed"), source); }, quota},
   });
   EXPECT_EQ(ReadAll(kept), "kept");
   EXPECT_FALSE(fs::exists(At("new")));
@@ -167,10 +164,10 @@ TEST_F(FileTest, DeletingLeavesNothingAtThePath) {
 TEST_F(FileTest, HandlerHoldsOneStreamAndOneDescriptor) {
   const auto before = CountOpenFiles();
   auto handler = std::make_unique<FileHandler>();
-  EXPECT_GE(handler->Open("/", O_RDONLY), 0);
+  EXPECT_GT(handler->Open("/", O_RDONLY), STDERR_FILENO);
   EXPECT_NE(handler->Open("/", "r"), nullptr);
   EXPECT_EQ(CountOpenFiles(), before + 2);
-  EXPECT_GE(handler->Open("/", O_RDONLY), 0);
+  EXPECT_GT(handler->Open("/", O_RDONLY), STDERR_FILENO);
   EXPECT_EQ(CountOpenFiles(), before + 2) << "the descriptor is replaced";
   handler.reset();
   EXPECT_EQ(CountOpenFiles(), before);

@@ -54,23 +54,20 @@ inline std::string FirstDifference(const std::string& actual, const std::string&
 
 inline auto CountOpenFiles() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 
-/// Runs `body` in `count` child processes at the same time. A child prints its failed expectations
-/// itself; the test here then fails as well.
-inline void InFork(const std::function<void()>& body, int count = 1) noexcept {
+/// Runs `body` in a child process. The child prints its failed expectations itself; the test here
+/// then fails as well.
+inline void InFork(const std::function<void()>& body) noexcept {
   fflush(nullptr);
-  for (int i = 0; i < count; ++i) {
-    if (fork() == 0) {
-      body();
-      fflush(nullptr);
-      _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
+  const pid_t child = fork();
+  if (child == 0) {
+    body();
+    fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
   }
-  int children = 0;
-  for (int status = 0; wait(&status) > 0; ++children) {
-    EXPECT_FALSE(WIFSIGNALED(status)) << "a child was ended by signal " << WTERMSIG(status);
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "expectations failed in a child, see above";
-  }
-  EXPECT_EQ(children, count);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_FALSE(WIFSIGNALED(status)) << "ended by signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "expectations failed, see above";
 }
 
 #endif  // TAVROFUSE_TESTS_UNIT_TEST_SUPPORT_H_
