@@ -589,32 +589,34 @@ void FormatWord(const unsigned char* bytes, char* digits) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(digits), text);
 }
 
-// Writes a data line of `count` words to `end` and returns the new end.
-char* AppendDataLine(const unsigned char* words, size_t count, char* end) {
-  const size_t size = kQuadSize + count * kWordTextSize - 1;  // no comma follows the last word
-  memcpy(end, kDataLine, size);
-  for (size_t i = 0; i < count; ++i) {
-    FormatWord(words + i * kWordSize, end + kQuadSize + i * kWordTextSize + 2);
+// Writes the digits of a block into the data lines of `text`, and returns the size of the lines.
+// Everything else is in `text` already.
+size_t FormatBlock(const unsigned char* block, size_t word_count, char* text) {
+  const unsigned char* words = block;
+  char* line = text;
+  for (size_t i = 0; i < word_count; i += kWordsPerLine) {
+    // Words that a last line doesn't have are cut off below.
+    for (size_t k = 0; k < kWordsPerLine; ++k) {
+      FormatWord(words + k * kWordSize, line + kQuadSize + k * kWordTextSize + 2);
+    }
+    words += kWordsPerLine * kWordSize;
+    line += kDataLineSize;
   }
-  memcpy(end + size, kDataLineEnd, kDataLineEndSize);
-  return end + size + kDataLineEndSize;
-}
-
-// Writes the data lines of one block to `text` and returns their size.
-size_t FormatBlock(const unsigned char* words, size_t count, char* text) {
-  char* end = text;
-  size_t i = 0;
-  for (; i + kWordsPerLine <= count; i += kWordsPerLine) {
-    end = AppendDataLine(words + i * kWordSize, kWordsPerLine, end);
+  const size_t last_count = word_count % kWordsPerLine;
+  if (last_count > 0) {
+    char* end = line - kDataLineSize + kQuadSize + last_count * kWordTextSize - 1;  // no comma
+    memcpy(end, kDataLineEnd, kDataLineEndSize);
+    line = end + kDataLineEndSize;
   }
-  if (i < count) {
-    end = AppendDataLine(words + i * kWordSize, count - i, end);
-  }
-  return static_cast<size_t>(end - text);
+  return static_cast<size_t>(line - text);
 }
 
 bool WriteDataLines(FatBin& fat_bin, IncludeFile& include_file) {
   static char text[kLinesPerBlock * kDataLineSize];
+  const size_t line_count = (fat_bin.GetBlockWordCount() + kWordsPerLine - 1) / kWordsPerLine;
+  for (size_t i = 0; i < line_count; ++i) {
+    memcpy(text + i * kDataLineSize, kDataLine, kDataLineSize);
+  }
   for (size_t count; (count = fat_bin.GetBlockWordCount()) > 0;) {
     const size_t size = FormatBlock(fat_bin.GetBlock(), count, text);
     if (!include_file.Write(text, size) || !fat_bin.ReadBlock()) {
