@@ -1,12 +1,7 @@
-"""The same bytes, whoever runs the tool, where and when; only the documented files; the same tool."""
-import os
-import pathlib
+"""The same bytes, whoever runs the tool, where and when; only the documented files."""
 import re
-import shutil
-import subprocess
-import tempfile
 
-from support import HERE, OTHER_USER, OUTPUT, Case, expect_none, kept_and_temporary, run
+from support import OTHER_USER, Case, expect_none, kept_and_temporary, run
 from tracing import FIRST_OF_MAIN, trace
 
 # What the tool hands to the system as names of files.
@@ -14,23 +9,6 @@ TOUCHED = {"looks at BUNDLER", "looks at CLANG", "looks at FAT", "looks at ROCM"
            "opens /etc/localtime", "opens FAT", "opens INC"}
 NAMES = {r"/tmp/tavrofuse_robustness_\w+-\w+-\w{16}\.fatbin": "FAT", r"inc": "INC", r"\.": "ROCM",
          r"bundler/clang-offload-bundler": "BUNDLER", r"bundler": "CLANG"}
-
-
-# First, as it takes longest.
-def test_two_builds_make_the_same_tool():
-    tools, source = [], HERE.parent
-    with tempfile.TemporaryDirectory() as folder:
-        for name in "a", "a_much_longer_name":
-            copy = pathlib.Path(folder, name, "source")
-            source = shutil.copytree(source, copy, ignore=shutil.ignore_patterns("build", ".git"))
-            for command in (("--preset", "release", "-DTAVROFUSE_TESTS=OFF", "-B", "../out"),
-                            ("--build", "../out", "--target", "tavrofuse")):
-                built = subprocess.run(
-                    ("cmake", *command), cwd=copy, **OUTPUT, text=True,
-                    env={"PATH": os.environ["PATH"], "SOURCE_DATE_EPOCH": "1700000000"})
-                expect_none([built.returncode and "the build fails: " + built.stdout[-2000:]])
-            tools.append(copy.parent.joinpath("out/tavrofuse/tavrofuse").read_bytes())
-    expect_none([tools[0] != tools[1] and "the tools are not equal"])
 
 
 def cases(is_full):
