@@ -6,7 +6,7 @@ JOBS = (
     Case("kept", args=KEPT),
     Case("temporary"),
     Case("no image", image=False),
-    Case("large", size=3145741),
+    Case("several blocks", size=200005),
     Case("bundler fails", bundler="echo words; exit 3", status=(1,)),
     Case("linked", args=TEMPORARY + ("-link",)),
     Case("fat binary only", args=("-create=fat",)),

@@ -6,18 +6,10 @@ TO_FOLDER = ("-fatbin=small/inc",)
 UNLIMITED_BUNDLER = 'ulimit -S -f unlimited; exec cp "$in" "$out"'
 
 
-# Where the kernel allows no file systems of one's own, limits on the size of files have to do, and
-# a folder in which nobody makes files.
+# Where the kernel allows no file systems of one's own, the limits on the size of files have to do.
 def small_disks():
     if not PRIVATE_MOUNTS:
-        limit = "exec prlimit --fsize=65536:unlimited"
-        return (
-            Case("limit in place of a small disk", args=TO_FOLDER, size=SMALL, status=(1,),
-                 before=f'mkdir small; {limit} "$@"', bundler=UNLIMITED_BUNDLER, error="too large"),
-            Case("limit in place of a small disk, temporary file", size=SMALL, status=(1,),
-                 before=f'{limit} "$@"', error=""),
-            Case("/proc in place of a read-only disk", args=TO_FOLDER, status=(1,),
-                 before="ln -s /proc small", error="No such file"))
+        return ()
     mounts = " ".join(PRIVATE_MOUNTS)
     on_disk = "mkdir small; exec %s sh -c 'mount -t tmpfs -o %s none small && exec \"$@\"' sh \"$@\""
     return (
@@ -34,7 +26,7 @@ def small_disks():
 
 
 def cases(is_full):
-    limits = (0, 1, 1000, 4096, 5000, 65536, 200000) if is_full else (0, 5000)
+    limits = (0, 1, 1000, 4096, 5000, 65536, 200000) if is_full else (0, 5000, 65536)
     to_full = "-fatbin=/dev/full"
     printing = ("-fatbin=inc", "-create=fat", "-v")
     many_words = ("--image3",) + ("a",) * 100000

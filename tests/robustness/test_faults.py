@@ -1,4 +1,4 @@
-"""Every system call of the tool's own fails, from `main` on; so do those of its child."""
+"""Every system call of the tool's own fails, from `main` on."""
 import dataclasses
 import re
 
@@ -15,8 +15,6 @@ ERRORS = {name: errors.split() for name, errors in {
     "brk": "0",
     "clone": "EAGAIN ENOMEM",
     "close": "EIO EINTR ENOSPC",
-    "dup2": "EBUSY EINTR",
-    "execve": "ENOMEM EACCES EIO E2BIG",
     "fcntl": "EBADF EMFILE",
     "getrandom": "ENOSYS EAGAIN EINTR",
     "lseek": "EINVAL",
@@ -38,27 +36,21 @@ ERRORS = {name: errors.split() for name, errors in {
     "write": "ENOSPC EIO EINTR EAGAIN EFBIG EDQUOT"}.items()}
 # Calls whose failure ends a run without a word: those around the bundler, and the console's.
 WITHOUT_WORDS = re.compile(
-    r"(pipe2|clone3?|vfork|pselect6|p?poll|wait4|waitid|dup2|execve|fcntl|rt_sig\w+|kill)\("
+    r"(pipe2|clone3?|vfork|pselect6|p?poll|wait4|waitid|fcntl|rt_sig\w+|kill)\("
     r"|[a-z]+\(\d+<pipe:|write\([12]<")
 # What can't fail; and a pipe's end that stays open, as under strace but never in the kernel.
 NOT_TRIED = re.compile(r"exit_group\(|close\(\d+<pipe:")
-# What the child of `fork` calls before it is the bundler, and what makes strace look there.
-CHILD_CALLS = (("dup2", 1), ("dup2", 2), ("execve", 1))
-CHILD_WORDS = {"dup2": ("-f",), "execve": ("-f", "-P", "bundler/clang-offload-bundler")}
 
 
 def faults(job, call, is_full):
     """Returns the faults of a system call in a job, as (call, when, error, line of strace)."""
-    found, calls = [], calls_of_main(job)
-    for name, number, line in calls:
+    found = []
+    for name, number, line in calls_of_main(job):
         if (name == call or call == "others" and name not in ERRORS) and not NOT_TRIED.match(line):
             for error in ERRORS.get(name, ["EIO"])[:None if is_full else 2]:
                 found.append((name, str(number), error, line))
                 if is_full and name != "close" and error != "EINTR":
                     found.append((name, "%d+" % number, error, line))  # from then on
-    if any(name.startswith(("clone", "vfork")) for name, *_ in calls):
-        found += [(name, str(number), error, name + "(")
-                  for name, number in CHILD_CALLS if name == call for error in ERRORS[name]]
     return found
 
 
@@ -69,8 +61,7 @@ def try_fault(job, call, when, error, line):
     job = dataclasses.replace(job, error="" if may_be_silent else job.error,
                               may_leave_files=call.startswith("unlink"))
     for _ in range(3):  # how often some are called depends on time
-        report, lines = trace(job, "-e", "trace=" + call, "-e", "inject=" + fault,
-                              *CHILD_WORDS.get(call, ()))
+        report, lines = trace(job, "-e", "trace=" + call, "-e", "inject=" + fault)
         is_made = any("INJECTED" in text for text in lines)
         if is_made:
             break
