@@ -12,7 +12,7 @@ import tempfile
 
 page = pathlib.Path(sys.argv[1]).read_text()
 compiler = sys.argv[2:]
-flags = subprocess.check_output(["pkg-config", "--cflags", "--libs", "libbasic"], text=True)
+flags = subprocess.check_output(["pkg-config", "--cflags", "--libs", "libbasic >= 1.0"], text=True)
 library = shlex.split(flags)  # blanks in a path are escaped
 examples = re.findall(r"^```cpp\n(.*?)^```\n+```text\n(.*?)^```$", page, re.M | re.S)
 if not examples or len(examples) != page.count("```cpp"):
