@@ -3,16 +3,12 @@
 The environment variable PREFIX names the folder that tavrofuse is installed in.
 """
 import dataclasses
-import fcntl
 import os
 import pathlib
-import pty
 import re
-import select
-import struct
 import subprocess
-import termios
 
+import pexpect
 import pytest
 
 PREFIX = pathlib.Path(os.environ["PREFIX"])
@@ -84,49 +80,27 @@ class Terminal:
         (current / "sub").mkdir(parents=True)
         for file in "dev.o", "sub/out.inc", "with blank":
             (current / file).touch()
-        self.terminal, inside = pty.openpty()
-        # Rows and columns: room for all the options.
-        fcntl.ioctl(inside, termios.TIOCSWINSZ, struct.pack("4H", 200, 150, 0, 0))
-        self.process = subprocess.Popen(
-            ("setsid", "--ctty", *shell.command), cwd=current, stdin=inside, stdout=inside,
-            stderr=inside, env={
+        self.terminal = pexpect.spawn(
+            shell.command[0], list(shell.command[1:]), cwd=current, encoding="utf-8", timeout=20,
+            dimensions=(200, 150), env={  # rows and columns: room for all the options
                 "PATH": "%s/bin:%s" % (PREFIX, os.environ["PATH"]), "PREFIX": str(PREFIX),
                 "LC_ALL": "C.UTF-8", "TERM": "dumb",
                 "XDG_DATA_DIRS": "%s/share:/usr/share" % PREFIX, "INPUTRC": "/dev/null",
                 "HOME": str(home), "XDG_CONFIG_HOME": str(home), "XDG_DATA_HOME": str(home)})
-        os.close(inside)
-        self.read_to("ready> ")
-
-    def read_to(self, pattern):
-        """Returns what the shell prints, up to a match of the pattern and with it."""
-        seen = ""
-        while not re.search(pattern, seen):
-            try:
-                is_ready = select.select([self.terminal], [], [], 20)[0]
-                seen += os.read(self.terminal, 4096).decode() if is_ready else ""
-            except OSError:  # the shell has ended
-                is_ready = False
-            if not is_ready:
-                pytest.fail("%s ended, or stopped for 20 s, after it had printed\n%s"
-                            % (self.shell.name, seen), pytrace=False)
-        return seen
+        self.terminal.expect("ready> ")
 
     def complete(self, typed):
         """Returns all that is printed after this and the tab key, and the line that comes of it."""
-        os.write(self.terminal, (CONTROL_U + "tavrofuse " + typed + "\t" + CONTROL_G).encode())
-        seen = self.read_to("<tavrofuse .*>\r(.|\n)*ready> ")
-        return seen, re.search("<tavrofuse (.*)>\r", seen)[1]
-
-    def end(self):
-        os.close(self.terminal)
-        self.process.wait()
+        self.terminal.send(CONTROL_U + "tavrofuse " + typed + "\t" + CONTROL_G)
+        self.terminal.expect("<tavrofuse (.*)>\r(.|\n)*ready> ")
+        return self.terminal.before, self.terminal.match[1]
 
 
 @pytest.fixture(scope="module", params=SHELLS, ids=lambda shell: shell.name)
 def terminal(request, tmp_path_factory):
     terminal = Terminal(request.param, tmp_path_factory.mktemp("home"))
     yield terminal
-    terminal.end()
+    terminal.terminal.close(force=True)
 
 
 # What is typed, and after "|" what the tab key adds. Where fish adds something else, its line follows.
