@@ -3,6 +3,7 @@ import dataclasses
 import functools
 import os
 import pathlib
+import random
 import signal
 import subprocess
 import time
@@ -74,6 +75,22 @@ def test_signal_at_each_system_call(sent_signal, bundler, target, request):
     calls = calls_until_wait(bundler)[ENDING_SIGNALS.index(sent_signal) % step::step]
     are_made, reports = zip(*(signal_at(*call, bundler, target, sent_signal) for call in calls))
     expect_none([*reports, not any(are_made) and "no run made any of the calls: %s" % calls])
+
+
+@pytest.mark.parametrize("target", TARGETS)
+@pytest.mark.parametrize("bundler", ["quick", "deaf"])
+@pytest.mark.parametrize("sent_signal", ENDING_SIGNALS, ids=lambda sent: sent.name)
+def test_signal_at_any_moment(sent_signal, bundler, target, request):
+    def send(delay, _, child):
+        time.sleep(delay)
+        TARGETS[target](child.pid, sent_signal)
+        return time.monotonic()
+    status = (-sent_signal, 0) if bundler == "quick" else (-sent_signal,)
+    for n in range(25 if request.config.getoption("full") else 3):
+        delay = random.uniform(0, 0.02)
+        case = Case("signal after %f s" % delay, bundler=BUNDLERS[bundler], size=1000000,
+                    status=status, error="")
+        expect_none([run(case, act=functools.partial(send, delay))])
 
 
 def test_file_of_the_user_stays():
