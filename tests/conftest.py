@@ -26,9 +26,8 @@ def pytest_configure(config):
 
 
 def pytest_report_header():
-    return "own file systems: %s; as another user: %s" % (
-        " ".join(support.PRIVATE_MOUNTS) or "not allowed here, limits on files in their place",
-        " ".join(support.OTHER_USER) or "not allowed here, as this one")
+    return "own file systems: " + (" ".join(support.PRIVATE_MOUNTS) or
+                                   "not allowed here, only limits on files are tried")
 
 
 # A test of a `case` runs once for each that the function `cases` of its module returns.

@@ -1,4 +1,5 @@
 """Runs of tavrofuse, each in a folder and an environment of its own, and what must hold after them."""
+import contextlib
 import ctypes
 import dataclasses
 import os
@@ -41,8 +42,6 @@ def first_that_works(*wrappers, command):
 
 PRIVATE_MOUNTS = first_that_works(("unshare", "-rm"), ("unshare", "-m"),
                                   command="mount -t tmpfs none /tmp")
-OTHER_USER = first_that_works(("setpriv", "--reuid=65534", "--clear-groups"), ("unshare", "-r"),
-                              command="true")
 
 
 @dataclasses.dataclass(frozen=True, eq=False)
@@ -192,32 +191,28 @@ def run(case, place=None, wrapper=(), act=lambda place, child: None):
     """Runs a case, in a place of its own or a shared one. Returns a report; empty: all is well.
 
     `act` is called during the run. It may return the time from which on the run has a second left."""
-    if place is None:
-        with Place(case.size) as own:
-            return run_in(own, case, wrapper, act, not case.may_leave_files)
-    return run_in(place, case, wrapper, act, False)
-
-
-def run_in(place, case, wrapper, act, is_alone):
-    if case.older:
-        place.path("inc").write_bytes(case.older)
-    child = place.start(case, wrapper)
-    try:
-        sent = act(place, child)
-        output = child.communicate(timeout=30)[0].decode(errors="replace")
-    except subprocess.TimeoutExpired:  # no run takes long
-        os.killpg(child.pid, signal.SIGKILL)
-        return report(case, child, child.communicate()[0].decode(errors="replace"), ["it hangs"])
-    seconds = time.monotonic() - sent if sent else 0
-    pattern = case.output if child.returncode == 0 else case.error
-    return report(case, child, output, [
-        seconds > 1 and "it took %.1f s to end" % seconds,
-        child.returncode not in case.status and "the status should be of " + str(case.status),
-        not re.search(pattern, output) and "the output should match " + pattern,
-        *(place.wrong_files(case) if child.returncode == 0 else () if case.may_leave_files else
-          place.wrong_remains(case, child.returncode)),
-        *("left in /tmp: " + file for file in (place.leftovers() if is_alone else ())),
-        *("left running: " + process for process in stop_session(child.pid))])
+    is_shared = place is not None
+    with contextlib.nullcontext(place) if place else Place(case.size) as place:
+        if case.older:
+            place.path("inc").write_bytes(case.older)
+        child = place.start(case, wrapper)
+        try:
+            sent = act(place, child)
+            output = child.communicate(timeout=30)[0].decode(errors="replace")
+        except subprocess.TimeoutExpired:  # no run takes long
+            os.killpg(child.pid, signal.SIGKILL)
+            return report(case, child, child.communicate()[0].decode(errors="replace"), ["it hangs"])
+        seconds = time.monotonic() - sent if sent else 0
+        pattern = case.output if child.returncode == 0 else case.error
+        return report(case, child, output, [
+            seconds > 1 and "it took %.1f s to end" % seconds,
+            child.returncode not in case.status and "the status should be of " + str(case.status),
+            not re.search(pattern, output) and "the output should match " + pattern,
+            *(place.wrong_files(case) if child.returncode == 0 else () if case.may_leave_files else
+              place.wrong_remains(case, child.returncode)),
+            *("left in /tmp: " + file
+              for file in (() if is_shared or case.may_leave_files else place.leftovers())),
+            *("left running: " + process for process in stop_session(child.pid))])
 
 
 def expect_none(reports):

@@ -10,30 +10,23 @@ from tracing import calls_of_main, trace
 
 # What the kernel can answer; EIO where nothing is said. A number is a result; brk does not fail, it
 # leaves the break alone.
-ERRORS = {name: errors.split() for name, errors in {
-    "access": "EACCES EIO ENOMEM",
+ERRORS = {name: errors.split() for names, errors in {
+    "access newfstatat readlink": "EACCES EIO ENOMEM",
     "brk": "0",
-    "clone": "EAGAIN ENOMEM",
+    "clone vfork": "EAGAIN ENOMEM",
     "close": "EIO EINTR ENOSPC",
     "fcntl": "EBADF EMFILE",
     "getrandom": "ENOSYS EAGAIN EINTR",
-    "lseek": "EINVAL",
-    "madvise": "ENOMEM EAGAIN",
-    "mmap": "ENOMEM EAGAIN",
-    "mprotect": "ENOMEM",
-    "mremap": "ENOMEM",
-    "munmap": "ENOMEM",
-    "newfstatat": "EIO ENOMEM EACCES",
+    "lseek rt_sigaction": "EINVAL",
+    "madvise mmap": "ENOMEM EAGAIN",
+    "mprotect mremap munmap": "ENOMEM",
     "openat": "EMFILE ENOMEM ENOSPC EACCES EINTR EIO",
     "pipe2": "EMFILE ENFILE",
     "pselect6": "EINTR ENOMEM",
     "read": "EIO 0 EINTR EAGAIN",
-    "readlink": "EACCES EIO ENOMEM",
-    "rt_sigaction": "EINVAL",
     "unlink": "EIO EACCES",
-    "vfork": "EAGAIN ENOMEM",
     "wait4": "EINTR ECHILD",
-    "write": "ENOSPC EIO EINTR EAGAIN EFBIG EDQUOT"}.items()}
+    "write": "ENOSPC EIO EINTR EAGAIN EFBIG EDQUOT"}.items() for name in names.split()}
 # Calls whose failure ends a run without a word: those around the bundler, and the console's.
 WITHOUT_WORDS = re.compile(
     r"(pipe2|clone3?|vfork|pselect6|p?poll|wait4|waitid|fcntl|rt_sig\w+|kill)\("

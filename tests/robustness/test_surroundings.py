@@ -35,6 +35,8 @@ def cases(is_full):
         Case("handed-down child that has ended", args=KEPT, before=HANDED_DOWN + "; kill $!"),
         Case("handed-down child that ends", args=KEPT, before=HANDED_DOWN,
              bundler="kill $CHILD; " + COPY),
+        Case("another time, language and mask", args=KEPT, status=(0,),
+             before="export TZ=XYZ+23:59:59 LC_ALL=tr_TR.UTF-8 LANG=de_DE; umask 077"),
         Case("command line of 1 MB", args=KEPT + ("--image3", "x" * 100) * 10000, status=(0,)),
         *(dataclasses.replace(
             job, name="%s, closed: %s" % (job.name, ", ".join(names) or "none"), error="",
