@@ -37,8 +37,8 @@ enum ProcessStatus {
 ///
 /// Signals: they wait while the system loads the command. It starts with the signal mask of the
 /// calling thread; signals that the program ignores stay ignored, and those that it handles have
-/// their default action. A signal handler that runs during `Wait` makes `select` fail, which stops
-/// the child.
+/// their default action. A signal handler that runs during `Wait` interrupts it, which stops the
+/// child.
 class Process {
  public:
   /// Holds no child.
@@ -59,9 +59,8 @@ class Process {
   ///         shows only there: the child then prints "error: %s: %s\n" with the program and the
   ///         system's words in English, and exits with the value of `errno`. Blanks alone are such
   ///         a program. `PROCESS_RUNNING` when `IsRunning` returns true, without a text; nothing
-  ///         changes. `PROCESS_ERROR` with "command is empty", "create pipe: %s" (also when the
-  ///         pipe's descriptor is beyond what `select` can watch) or "fork: %s"; nothing stays
-  ///         open.
+  ///         changes. `PROCESS_ERROR` with "command is empty", "create pipe: %s" or
+  ///         "fork: %s"; nothing stays open.
   ProcessStatus Create(const std::string& cmd_with_args);
 
   /// Starts a command like `Create`, but only a child that this object holds counts as running. The

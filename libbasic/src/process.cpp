@@ -1,8 +1,8 @@
 #include "process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
-#include <sys/select.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,7 +25,6 @@ constexpr size_t kReadSize = 16 * kChunkSize;
 constexpr size_t kReadAlignment = 64;  // the kernel copies to it twice as fast
 constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
-constexpr uint64_t kMicrosecondsPerMillisecond = 1000;
 constexpr uint64_t kNanosecondsInMillisecond = 1000000;
 constexpr uint64_t kStopInterval = 10;  // milliseconds
 constexpr int kKilledBySignal9 = 9;     // as a raw wait status
@@ -87,11 +86,6 @@ bool CreatePipe(PipeEnd& read_end, PipeEnd& write_end) {
   // Best effort: a larger pipe lets child and reader overlap, which almost halves the time that a
   // lot of output takes.
   fcntl(write_end.Get(), F_SETPIPE_SZ, kPipeSize);
-  if (read_end.Get() >= FD_SETSIZE) {
-    SetLastError("create pipe: descriptor %d is beyond the %d that select can watch",
-                 read_end.Get(), FD_SETSIZE);
-    return false;
-  }
   return true;
 }
 
@@ -227,16 +221,14 @@ void AppendOutput(const char* bytes, size_t size, std::string& output) {
   }
 }
 
-// Waits until the pipe is readable. A negative result is that of `select`, 0 means silence.
+// Waits until the pipe is readable; a timeout of 0 means no limit. Returns 0 after the timeout, and
+// a negative number on failure.
 int WaitReadable(int pipe_id, uint64_t timeout) {
-  fd_set read_set;
-  FD_ZERO(&read_set);
-  FD_SET(pipe_id, &read_set);
-  struct timeval limit;
+  struct pollfd pipe = {pipe_id, POLLIN, 0};
+  struct timespec limit;
   limit.tv_sec = static_cast<time_t>(timeout / kMillisecondsPerSecond);
-  limit.tv_usec =
-      static_cast<suseconds_t>(timeout % kMillisecondsPerSecond * kMicrosecondsPerMillisecond);
-  return select(pipe_id + 1, &read_set, nullptr, nullptr, timeout == 0 ? nullptr : &limit);
+  limit.tv_nsec = static_cast<long>(timeout % kMillisecondsPerSecond * kNanosecondsInMillisecond);
+  return ppoll(&pipe, 1, timeout == 0 ? nullptr : &limit, nullptr);
 }
 
 // Collects output until the child closes it (`PROCESS_SUCCESS`) or has to be stopped.
@@ -360,8 +352,7 @@ void Process::Stop(uint64_t patience) {
     if (is_open) {
       is_open = DiscardOutput(pipe_id_, kStopInterval);
     } else if (is_running) {
-      struct timeval interval = {0, kStopInterval * kMicrosecondsPerMillisecond};
-      select(0, nullptr, nullptr, nullptr, &interval);
+      poll(nullptr, 0, kStopInterval);
     }
   }
 }

@@ -22,14 +22,14 @@ ERRORS = {name: errors.split() for names, errors in {
     "mprotect mremap munmap": "ENOMEM",
     "openat": "EMFILE ENOMEM ENOSPC EACCES EINTR EIO",
     "pipe2": "EMFILE ENFILE",
-    "pselect6": "EINTR ENOMEM",
+    "poll ppoll": "EINTR ENOMEM",
     "read": "EIO 0 EINTR EAGAIN",
     "unlink": "EIO EACCES",
     "wait4": "EINTR ECHILD",
     "write": "ENOSPC EIO EINTR EAGAIN EFBIG EDQUOT"}.items() for name in names.split()}
 # Calls whose failure ends a run without a word: those around the bundler, and the console's.
 WITHOUT_WORDS = re.compile(
-    r"(pipe2|clone3?|vfork|pselect6|p?poll|wait4|waitid|fcntl|rt_sig\w+|kill)\("
+    r"(pipe2|clone3?|vfork|p?poll|wait4|waitid|fcntl|rt_sig\w+|kill)\("
     r"|[a-z]+\(\d+<pipe:|write\([12]<")
 # What can't fail; and a pipe's end that stays open, as under strace but never in the kernel.
 NOT_TRIED = re.compile(r"exit_group\(|close\(\d+<pipe:")
