@@ -78,8 +78,9 @@ class Process {
   ///         not what it has started.
   ///         `PROCESS_ERROR` for any other end ("The child process exits unexpectedly"), without a
   ///         child ("invalid pid or pipe id"), and when a system call fails: "select: %s",
-  ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s". If
-  ///         several steps fail, the last error wins.
+  ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s" (if a
+  ///         signal handler interrupted it, the child has been killed and reaped). If several steps
+  ///         fail, the last error wins.
   ///         Whatever it returns, no child and no pipe is held afterwards.
   ProcessStatus Wait(uint64_t timeout);
 
@@ -102,23 +103,35 @@ class Process {
   /// the object may move the text out of it.
   std::string& GetOutputString();
 
+  /// Returns the exit code of the last child that `Wait` has reaped; -1 if a signal ended it, and
+  /// before the first.
+  int GetExitCode() const;
+
+  /// Returns the number of the signal that ended the last child that `Wait` has reaped; 0 if it
+  /// exited, and before the first.
+  int GetEndSignal() const;
+
   /// Ends the child for a program that is about to end itself. Async-signal-safe: a signal handler
   /// may call it whatever this object is doing in the interrupted thread, and must not return
   /// there.
   ///
-  /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; collects
-  /// the child. Discards output until the child and all that it has started have closed it, so that
+  /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; reaps the
+  /// child. Discards output until the child and all that it has started have closed it, so that
   /// none of them is writing files any more. Does nothing without a child.
-  /// \param patience  How long to wait for that, in milliseconds.
+  /// \param patience  How long to wait for all that, in milliseconds. A child that can't be killed
+  ///                  by then, or not be reaped because it is traced, is left to itself.
   void Stop(uint64_t patience);
 
  private:
   ProcessStatus Launch(const std::string& cmd_with_args, bool is_any_child);
+  int CollectChild();
   void ClosePipe();
 
   int pid_;
   int pipe_id_;
   std::string output_string_;
+  int exit_code_;
+  int end_signal_;
 };
 
 }  // namespace util

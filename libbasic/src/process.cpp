@@ -27,7 +27,6 @@ constexpr int kPipeSize = 64 * kChunkSize;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kNanosecondsInMillisecond = 1000000;
 constexpr uint64_t kStopInterval = 10;  // milliseconds
-constexpr int kKilledBySignal9 = 9;     // as a raw wait status
 
 // One end of a pipe, closed when it goes out of scope.
 class PipeEnd {
@@ -264,16 +263,9 @@ uint64_t GetUptime() {
          static_cast<uint64_t>(now.tv_nsec) / kNanosecondsInMillisecond;
 }
 
-// Waits for output and discards it. Returns whether more can come.
-bool DiscardOutput(int pipe_id, uint64_t limit) {
-  char bytes[kChunkSize];
-  const int ready = WaitReadable(pipe_id, limit);
-  return ready == 0 || (ready > 0 && read(pipe_id, bytes, sizeof(bytes)) > 0);
-}
-
 }  // namespace
 
-Process::Process() : pid_(-1), pipe_id_(-1) {}
+Process::Process() : pid_(-1), pipe_id_(-1), exit_code_(-1), end_signal_(0) {}
 
 Process::~Process() { ClosePipe(); }
 
@@ -296,11 +288,11 @@ ProcessStatus Process::Wait(uint64_t timeout) {
     SetLastError("kill: %s", strerror(errno));
     status = PROCESS_ERROR;
   }
-  int child_status = 0;
-  if (waitpid(pid_, &child_status, 0) == -1) {
-    SetLastError("waitpid: %s", strerror(errno));
+  const int error = CollectChild();
+  if (error != 0) {
+    SetLastError("waitpid: %s", strerror(error));
     status = PROCESS_ERROR;
-  } else if (child_status != 0 && child_status != kKilledBySignal9) {
+  } else if (exit_code_ != 0 && end_signal_ != SIGKILL) {
     SetLastError("The child process exits unexpectedly");
     status = PROCESS_ERROR;
   }
@@ -330,6 +322,10 @@ bool Process::IsRunning() { return waitpid(pid_, nullptr, WNOHANG) == 0; }
 
 std::string& Process::GetOutputString() { return output_string_; }
 
+int Process::GetExitCode() const { return exit_code_; }
+
+int Process::GetEndSignal() const { return end_signal_; }
+
 void Process::Stop(uint64_t patience) {
   if (pid_ < 1) {
     return;
@@ -343,17 +339,15 @@ void Process::Stop(uint64_t patience) {
   const uint64_t begin = GetUptime();
   for (uint64_t passed = 0; (is_running || is_open) && passed <= patience;
        passed = GetUptime() - begin) {
-    is_running = is_running && IsRunning();
     if (is_running && passed >= patience / 2) {
       kill(pid_, SIGKILL);
-      waitpid(pid_, nullptr, 0);
-      is_running = false;
     }
-    if (is_open) {
-      is_open = DiscardOutput(pipe_id_, kStopInterval);
-    } else if (is_running) {
-      poll(nullptr, 0, kStopInterval);
+    struct pollfd pipe = {is_open ? pipe_id_ : -1, POLLIN, 0};
+    if (poll(&pipe, 1, static_cast<int>(std::min(kStopInterval, patience - passed))) > 0) {
+      char discarded[kChunkSize];
+      is_open = read(pipe_id_, discarded, sizeof(discarded)) > 0;
     }
+    is_running = is_running && IsRunning();
   }
 }
 
@@ -383,6 +377,23 @@ ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_chil
   write_end.Close();
   pipe_id_ = read_end.Release();
   return PROCESS_SUCCESS;
+}
+
+int Process::CollectChild() {
+  int status = 0;
+  pid_t collected = waitpid(pid_, &status, 0);
+  const int error = collected == -1 ? errno : 0;
+  if (error == EINTR) {  // a failure like any other, but the child must not go on unattended
+    kill(pid_, SIGKILL);
+    do {
+      collected = waitpid(pid_, &status, 0);
+    } while (collected == -1 && errno == EINTR);
+  }
+  if (collected != -1) {
+    exit_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    end_signal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  }
+  return error;
 }
 
 void Process::ClosePipe() {

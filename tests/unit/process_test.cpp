@@ -44,26 +44,31 @@ TEST_F(ProcessTest, WaitTellsHowTheChildEnded) {
     ProcessStatus status;
     std::string output;
     std::string last_error;
+    int exit_code;
+    int end_signal;
   };
   const Row rows[] = {
-      {"one byte", "printf x", 0, PROCESS_SUCCESS, "x", "none"},
-      {"exit code", "echo 1; exit 3", 0, PROCESS_ERROR, "1\n", kUnexpected},
-      {"SIGTERM", "kill -TERM $$", 0, PROCESS_ERROR, "", kUnexpected},
-      {"signal 9 from outside", "kill -KILL $$", 0, PROCESS_SUCCESS, "", "none"},
-      {"silent", "echo 1; exec sleep 100", 200, PROCESS_TIMEOUT, "1\n", "none"},
+      {"one byte", "printf x", 0, PROCESS_SUCCESS, "x", "none", 0, 0},
+      {"exit code", "echo 1; exit 3", 0, PROCESS_ERROR, "1\n", kUnexpected, 3, 0},
+      {"SIGTERM", "kill -TERM $$", 0, PROCESS_ERROR, "", kUnexpected, -1, SIGTERM},
+      {"signal 9 from outside", "kill -KILL $$", 0, PROCESS_SUCCESS, "", "none", -1, SIGKILL},
+      {"silent", "echo 1; exec sleep 100", 200, PROCESS_TIMEOUT, "1\n", "none", -1, SIGKILL},
       {"slow, but not silent", "for i in 1 2 3; do sleep 0.4; echo $i; done", 1001, PROCESS_SUCCESS,
-       "1\n2\n3\n", "none"},
+       "1\n2\n3\n", "none", 0, 0},
       {"goes on with its output closed", "exec >&- 2>&-; sleep 0.2; exit 4", 100, PROCESS_ERROR, "",
-       kUnexpected},
+       kUnexpected, 4, 0},
       {"leaves a child that writes", "(sleep 0.2; echo 2) & echo 1", 0, PROCESS_SUCCESS, "1\n2\n",
-       "none"},
-      {"leaves a child that is silent", "sleep 1 & echo 1", 100, PROCESS_TIMEOUT, "1\n", "none"},
+       "none", 0, 0},
+      {"leaves a child that is silent", "sleep 1 & echo 1", 100, PROCESS_TIMEOUT, "1\n", "none", 0,
+       0},
   };
   const auto open_files = CountOpenFiles();
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     Expect(process_.Execute(Script(row.script), row.timeout), row.status, row.output,
            row.last_error);
+    EXPECT_EQ(process_.GetExitCode(), row.exit_code);
+    EXPECT_EQ(process_.GetEndSignal(), row.end_signal);
   }
   EXPECT_EQ(CountOpenFiles(), open_files);
 }
@@ -158,6 +163,20 @@ TEST_F(ProcessTest, StopLetsAChildCleanUpAndKillsOneThatIgnoresIt) {
   EXPECT_TRUE(fs::exists(At("clean")));
 }
 
+TEST_F(ProcessTest, StopGivesUpOnAChildThatItMayNotKill) {
+  mkfifo(At("fifo").c_str(), 0600);
+  std::fstream fifo(At("fifo"));
+  EXPECT_EQ(process_.Create(Script("exec >&- 2>&-; read line < " + At("fifo"))), PROCESS_SUCCESS);
+  {
+    const Fault fault("kill", EPERM);
+    process_.Stop(50);
+  }
+  EXPECT_TRUE(process_.IsRunning());
+  fifo << std::endl;
+  EXPECT_EQ(AwaitEnd(), 0);
+  waitpid(-1, nullptr, 0);
+}
+
 TEST_F(ProcessTest, DestructionClosesThePipeAndLetsTheChildGoOn) {
   mkfifo(At("fifo").c_str(), 0600);
   std::fstream fifo(At("fifo"));
@@ -199,6 +218,18 @@ TEST_F(ProcessTest, InterruptedSelectStopsTheChild) {
     const struct itimerval often = {{0, 20000}, {0, 20000}};
     setitimer(ITIMER_REAL, &often, nullptr);
     Expect(process_.Execute("sleep 100", 0), PROCESS_ERROR, "", "select: Interrupted system call");
+  });
+}
+
+TEST_F(ProcessTest, InterruptedWaitForTheEndKillsTheChild) {
+  InFork([this] {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const std::string script = "exec >&- 2>&-; while kill -ALRM $PPID; do sleep 0.01; done";
+    Expect(process_.Execute(Script(script), 0), PROCESS_ERROR, "",
+           "waitpid: Interrupted system call");
+    EXPECT_EQ(process_.GetEndSignal(), SIGKILL);
   });
 }
 
