@@ -35,10 +35,12 @@ enum ProcessStatus {
 /// the program, starts nothing while one runs, and may collect one that has ended, whose own `Wait`
 /// then fails.
 ///
-/// Signals: they wait while the system loads the command. It starts with the signal mask of the
-/// calling thread; signals that the program ignores stay ignored, and those that it handles have
-/// their default action. A signal handler that runs during `Wait` interrupts it, which stops the
-/// child.
+/// Signals: the command starts with the signal mask of the calling thread. Signals that the program
+/// ignores stay ignored, and those that it handles have their default action. The thread is
+/// suspended, with all signals blocked, until the system has loaded the command; until then, a stop
+/// from the terminal does not stop the command. Not so a program that handles signals and has up to
+/// 2 MiB of memory of its own: it goes on at once. A signal handler that runs during `Wait`
+/// interrupts it, which stops the child.
 class Process {
  public:
   /// Holds no child.

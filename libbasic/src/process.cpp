@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <vector>
@@ -24,6 +25,7 @@ constexpr size_t kChunkSize = 4096;
 constexpr size_t kReadSize = 16 * kChunkSize;
 constexpr size_t kReadAlignment = 64;  // the kernel copies to it twice as fast
 constexpr int kPipeSize = 64 * kChunkSize;
+constexpr long kSmallProgramSize = 2 * 1024 * 1024;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kNanosecondsInMillisecond = 1000000;
 constexpr uint64_t kStopInterval = 10;  // milliseconds
@@ -111,19 +113,29 @@ class Arguments {
   std::vector<char*> pointers_;
 };
 
-// The child runs in the parent's memory until it is another program. So from here to `RunCommand`,
-// it only makes system calls: no allocation, no lock, no buffered output.
+// The child may run in the parent's memory until it is another program. So from here to
+// `RunCommand`, it only makes system calls: no allocation, no lock, no buffered output.
 
-// A handler of the parent's must not run in the child, where it would change the parent's memory.
-void ResetSignalHandlers() {
+// Handlers of the parent must not run in the child, where they could change the parent's memory. A
+// child in this memory must not be stopped from the terminal either: the parent is suspended until
+// the child is another program, which starts with the default action again.
+void ResetSignalHandlers(bool is_in_parents_memory) {
   for (int signal_number = 1; signal_number < NSIG; ++signal_number) {
     struct sigaction action;
-    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
-        action.sa_handler != SIG_IGN) {
-      action.sa_handler = SIG_DFL;
-      action.sa_flags = 0;
-      sigaction(signal_number, &action, nullptr);
+    if (sigaction(signal_number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) {
+      continue;
     }
+    const bool is_stop =
+        signal_number == SIGTSTP || signal_number == SIGTTIN || signal_number == SIGTTOU;
+    if (is_stop && is_in_parents_memory) {
+      action.sa_handler = [](int) {};
+    } else if (action.sa_handler != SIG_DFL) {
+      action.sa_handler = SIG_DFL;
+    } else {
+      continue;
+    }
+    action.sa_flags = 0;
+    sigaction(signal_number, &action, nullptr);
   }
 }
 
@@ -149,12 +161,13 @@ void WriteToOutput(const char* text) {
 }
 
 // Becomes the command, with the signal mask `mask`, or writes to the pipe why it can't.
-[[noreturn]] void RunCommand(char* const* args, int write_end, const sigset_t& mask) {
+[[noreturn]] void RunCommand(char* const* args, int write_end, const sigset_t& mask,
+                             bool is_in_parents_memory) {
   // The copies stay open in the command, unlike the pipe itself.
   if (dup2(write_end, STDOUT_FILENO) < 0 || dup2(write_end, STDERR_FILENO) < 0) {
     _exit(errno);
   }
-  ResetSignalHandlers();
+  ResetSignalHandlers(is_in_parents_memory);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   execvp(args[0], args);
   const int error = errno;
@@ -188,16 +201,43 @@ class SignalBlock {
   int former_cancel_state_ = PTHREAD_CANCEL_ENABLE;
 };
 
+// Whether this program has so much memory of its own that copying its page tables would take longer
+// than all the rest: with 1 GiB, 20 times as long.
+bool IsLargeProgram() {
+  char text[128] = {};
+  const int fd = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  const bool is_read = read(fd, text, sizeof(text) - 1) > 0;
+  close(fd);
+  long resident = 0;
+  long shared = 0;
+  return is_read && sscanf(text, "%*d %ld %ld", &resident, &shared) == 2 &&
+         resident - shared > kSmallProgramSize / sysconf(_SC_PAGESIZE);
+}
+
+bool HandlesSignals() {
+  struct sigaction action;
+  for (int signal_number = 1; signal_number < NSIG; ++signal_number) {
+    if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler != SIG_DFL &&
+        action.sa_handler != SIG_IGN) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // Starts the child and returns its id, negative on failure. `vfork` suspends this thread until the
-// child is another program or has ended, and copies no page tables: in a program that holds 1 GiB,
-// copying them takes 20 times as long as all the rest.
-pid_t StartChild(char* const* args, int write_end, const sigset_t& mask) {
-  // The line that tells why a program can't be started may not fit into the pipe if its name is
-  // that long, so the reader has to run: this child is a copy.
-  const bool has_long_name = strlen(args[0]) >= PATH_MAX / 2;
-  const pid_t pid = has_long_name ? fork() : vfork();
+// child is another program or has ended; `is_suspended` is whether that may be.
+pid_t StartChild(char* const* args, int write_end, const sigset_t& mask, bool is_suspended) {
+  if (is_suspended) {
+    const pid_t pid = vfork();
+    if (pid == 0) {
+      RunCommand(args, write_end, mask, /*is_in_parents_memory=*/true);
+    }
+    return pid;
+  }
+  const pid_t pid = _Fork();
   if (pid == 0) {
-    RunCommand(args, write_end, mask);
+    RunCommand(args, write_end, mask, /*is_in_parents_memory=*/false);
   }
   return pid;
 }
@@ -367,9 +407,14 @@ ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_chil
   if (!CreatePipe(read_end, write_end)) {
     return PROCESS_ERROR;
   }
+  // A copy costs time, but signal handlers then need not wait until the system has loaded the
+  // command. The line that tells why it can't be started may not fit into the pipe if its name is
+  // very long, so the reader has to run.
+  const bool is_copy =
+      (HandlesSignals() && !IsLargeProgram()) || strlen(args.Get()[0]) >= PATH_MAX / 2;
   // A signal handler finds no child, or its id and its pipe.
   const SignalBlock block;
-  pid_ = StartChild(args.Get(), write_end.Get(), block.GetFormerMask());
+  pid_ = StartChild(args.Get(), write_end.Get(), block.GetFormerMask(), !is_copy);
   if (pid_ < 0) {
     SetLastError("fork: %s", strerror(errno));
     return PROCESS_ERROR;

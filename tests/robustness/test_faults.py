@@ -13,7 +13,7 @@ from tracing import calls_of_main, trace
 ERRORS = {name: errors.split() for names, errors in {
     "access newfstatat readlink": "EACCES EIO ENOMEM",
     "brk": "0",
-    "clone vfork": "EAGAIN ENOMEM",
+    "clone fork vfork": "EAGAIN ENOMEM",
     "close": "EIO EINTR ENOSPC",
     "fcntl": "EBADF EMFILE",
     "getrandom": "ENOSYS EAGAIN EINTR",

@@ -6,7 +6,7 @@ from tracing import FIRST_OF_MAIN, trace
 
 # What the tool hands to the system as names of files.
 TOUCHED = {"looks at BUNDLER", "looks at CLANG", "looks at FAT", "looks at INC", "looks at ROCM",
-           "opens /etc/localtime", "opens FAT", "opens INC"}
+           "opens /etc/localtime", "opens /proc/self/statm", "opens FAT", "opens INC"}
 NAMES = {r"/tmp/tavrofuse_robustness_\w+-\w+-\w{16}\.fatbin": "FAT", r"inc": "INC", r"\.": "ROCM",
          r"bundler/clang-offload-bundler": "BUNDLER", r"bundler": "CLANG"}
 

@@ -282,6 +282,30 @@ TEST_F(ProcessTest, CommandStartsWithTheCallersMaskAndIgnoredSignalsAndNoHandler
   });
 }
 
+TEST_F(ProcessTest, StopFromTheTerminalDoesNotHangAStart) {
+  std::string path;
+  for (int i = 0; i < 5000; ++i) path += "/none:";  // the search takes some milliseconds
+  for (const size_t held_memory : {0U, 64U << 20}) {
+    SCOPED_TRACE(held_memory);
+    InFork([&] {
+      SetEnvVar("PATH", path + GetEnvVar("PATH"));
+      const std::string held(held_memory, 'x');
+      signal(SIGTSTP, [](int) {});
+      setpgid(0, 0);
+      alarm(20);
+      std::atomic<bool> is_starting = true;
+      std::thread terminal([&] {
+        while (is_starting) kill(0, SIGTSTP);
+      });
+      EXPECT_EQ(process_.Create("true"), PROCESS_SUCCESS);
+      is_starting = false;
+      terminal.join();
+      kill(0, SIGCONT);
+      Expect(process_.Wait(0), PROCESS_SUCCESS, "");
+    });
+  }
+}
+
 TEST_F(ProcessTest, ThreadsStartChildrenWhileOthersLogAndAllocate) {
   InFork([this] {
     EXPECT_NE(freopen(At("log").c_str(), "w", stderr), nullptr);
