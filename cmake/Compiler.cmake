@@ -10,6 +10,11 @@ target_compile_options(tavrofuse_build INTERFACE
   "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
 target_link_options(tavrofuse_build INTERFACE LINKER:-z,relro,-z,now)
 
+# Threads may have stacks of 64 KiB. Sanitizers need more.
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  target_compile_options(tavrofuse_build INTERFACE -Wframe-larger-than=8192)
+endif()
+
 # Protections, unless CMAKE_CXX_FLAGS has its own: options of a target come after these flags and would
 # override them.
 if(NOT CMAKE_CXX_FLAGS MATCHES "stack-protector")

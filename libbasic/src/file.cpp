@@ -17,15 +17,23 @@
 namespace util {
 namespace {
 
-// Large enough that system calls don't count, small enough for a processor's cache and any stack.
+// Large enough that system calls don't count, small enough for a processor's cache.
 constexpr size_t kBlockSize = 64 * 1024;
-// The kernel copies to this alignment twice as fast as to the one of `new`.
+// The kernel copies to this alignment twice as fast as to the one of `malloc`.
 constexpr size_t kAlignment = 64;
 constexpr size_t kHugePageSize = 2 * 1024 * 1024;
 constexpr size_t kKernelCopySize = 1 << 30;
 constexpr size_t kTextChunkSize = 4095;
+// As many whole chunks as a block has room for, so that each begins where it would if it were read
+// by itself.
+constexpr size_t kTextBlockSize = kBlockSize / kTextChunkSize * kTextChunkSize;
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
+
+// Too large for the stack of a thread.
+struct alignas(kAlignment) Block {
+  char bytes[kBlockSize];
+};
 
 struct Free {
   void operator()(uint8_t* buffer) const { free(buffer); }
@@ -84,13 +92,12 @@ bool File::ReadText(std::string& text) {
     return false;
   }
   ReserveForText(reader.GetSize(), text);
-  // Whole chunks, so that each chunk begins where it would if it were read by itself.
-  alignas(kAlignment) char block[kBlockSize / kTextChunkSize * kTextChunkSize];
+  const std::unique_ptr<Block> block(new Block);
   bool is_read = false;
   size_t count = 0;
   do {
-    is_read = reader.Read(block, sizeof(block), count);
-    AppendChunks(block, count, text);
+    is_read = reader.Read(block->bytes, kTextBlockSize, count);
+    AppendChunks(block->bytes, count, text);
   } while (is_read && count > 0);
   return is_read;
 }
@@ -297,10 +304,10 @@ bool FileWriter::WriteRest(FileReader& reader) {
          0) {
   }
   // Where the kernel can't copy or fails, reading and writing does, or gives the reason.
-  alignas(kAlignment) char block[kBlockSize];
+  const std::unique_ptr<Block> block(new Block);
   size_t count = 0;
   do {
-    if (!reader.Read(block, sizeof(block), count) || !Write(block, count)) {
+    if (!reader.Read(block->bytes, kBlockSize, count) || !Write(block->bytes, count)) {
       return false;
     }
   } while (count > 0);

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <vector>
 
 #include "misc.h"
@@ -270,9 +271,13 @@ int WaitReadable(int pipe_id, uint64_t timeout) {
   return ppoll(&pipe, 1, timeout == 0 ? nullptr : &limit, nullptr);
 }
 
+struct alignas(kReadAlignment) ReadBuffer {
+  char bytes[kReadSize];
+};
+
 // Collects output until the child closes it (`PROCESS_SUCCESS`) or has to be stopped.
 ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
-  alignas(kReadAlignment) char bytes[kReadSize];
+  const std::unique_ptr<ReadBuffer> buffer(new ReadBuffer);  // too large for a thread's stack
   while (true) {
     const int ready = WaitReadable(pipe_id, timeout);
     if (ready < 0) {
@@ -282,12 +287,12 @@ ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
     if (ready == 0) {
       return PROCESS_TIMEOUT;
     }
-    const ssize_t count = read(pipe_id, bytes, sizeof(bytes));
+    const ssize_t count = read(pipe_id, buffer->bytes, kReadSize);
     if (count == 0) {
       return PROCESS_SUCCESS;
     }
     if (count > 0) {
-      AppendOutput(bytes, static_cast<size_t>(count), output);
+      AppendOutput(buffer->bytes, static_cast<size_t>(count), output);
     } else if (errno != EINTR) {
       SetLastError("read: %s", strerror(errno));
       return PROCESS_ERROR;
