@@ -6,8 +6,8 @@
 #include <string>
 
 /// \file
-/// Whole-file operations, reading and writing in blocks, and the owner of an open stream or
-/// descriptor.
+/// Whole-file operations, reading and writing in blocks, files that appear only when complete, and
+/// the owner of an open stream or descriptor.
 
 namespace util {
 
@@ -106,6 +106,13 @@ class FileHandler {
   ///         path or null mode) or the system's words in `GetError`.
   FILE* Open(const std::string& file, const char* mode);
 
+  /// Opens a stream on a descriptor, after closing the stream that is held.
+  /// \param fd    A descriptor, which becomes the stream's and is closed if this fails, or the
+  ///              negative result of a call that has failed and left `errno`.
+  /// \param mode  The mode of `fdopen`; not null.
+  /// \return The stream, which stays the handler's, or null with the `strerror` text in `GetError`.
+  FILE* Open(int fd, const char* mode);
+
   /// Closes the stream, if one is held, and empties the error text.
   void DestroyHandle();
 
@@ -134,6 +141,9 @@ class FileReader {
   /// \return False with "open file: %s".
   bool Open(const std::string& file);
 
+  /// As above, on a descriptor; see `FileHandler::Open`.
+  bool Open(int fd);
+
   /// Reads the next `size` bytes.
   /// \param[out] data   Receives them; room for `size` bytes.
   /// \param[out] count  Receives how many bytes were read: `size`, or fewer at the end of the file
@@ -150,6 +160,8 @@ class FileReader {
  private:
   friend class FileWriter;
 
+  bool Use(FILE* fp);
+
   FileHandler handler_;
   FILE* fp_ = nullptr;  // owned by `handler_`
 };
@@ -162,6 +174,9 @@ class FileWriter {
   /// \param append  True: appends to the file. False: replaces its content.
   /// \return False with "open file: %s".
   bool Open(const std::string& file, bool append);
+
+  /// As above, on a descriptor; see `FileHandler::Open`.
+  bool Open(int fd);
 
   /// Writes `size` bytes from `data`.
   /// \return False with "write file: %s". A success can still fail in `Close`, as bytes are
@@ -185,6 +200,67 @@ class FileWriter {
 
   FileHandler handler_;
   FILE* fp_ = nullptr;  // owned by `handler_`
+};
+
+/// Writes a file so that nobody reads a part of it: what is written goes into a draft beside the
+/// file, and `Commit` renames the draft when it is complete and closed. Until then, and after a
+/// failure, an older file stays as it was. A program that is killed leaves its draft. Nothing is
+/// synced to the disk.
+///
+/// The file keeps the permissions of an older one, and is otherwise a new file of whoever writes
+/// it. A symbolic link stays, and what it points to is replaced; the draft is then beside that.
+/// Another hard link to the older file keeps the old content.
+///
+/// What can't be replaced is written in place: others may read a part of it, and after a failure it
+/// keeps what was written before. That is
+/// - a device, a pipe or a socket, a link to nothing, and a link of /proc, such as
+///   /proc/self/fd/1;
+/// - a file that this process holds open without `O_CLOEXEC`, as its standard output may be: what
+///   is written to that descriptor later would be lost;
+/// - a file in a directory in which this process may not create files;
+/// - a file over which it may not rename, such as a mount point. It is copied from the draft.
+///
+/// Failures leave the last-error texts of `File`, "getentropy: %s" or "no file is open". An object
+/// is used by one thread at a time.
+class AtomicFileWriter {
+ public:
+  AtomicFileWriter() = default;
+
+  /// Removes the draft, unless it has been committed.
+  ~AtomicFileWriter();
+
+  AtomicFileWriter(const AtomicFileWriter&) = delete;
+  AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
+
+  /// Begins a file, after removing a draft that has not been committed.
+  /// \param draft_prefix  The name of the draft is this and 16 random hexadecimal digits.
+  /// \return False with "open file: %s" or "getentropy: %s".
+  bool Open(const std::string& file, const std::string& draft_prefix);
+
+  /// Writes `size` bytes from `data`.
+  /// \return False with "write file: %s". A success can still fail in `Commit`, as bytes are
+  ///         buffered.
+  bool Write(const void* data, size_t size);
+
+  /// Completes the file and lets it appear under its name.
+  /// \return False with "write file: %s", "close file: %s" or "rename file: %s", or with a text of
+  ///         `Open` or "read file: %s" if the draft has to be copied. The draft is then removed
+  ///         with this object.
+  bool Commit();
+
+  /// Removes the draft for a program that is about to end itself. Async-signal-safe: a signal
+  /// handler may call it whatever this object is doing in the interrupted thread, and must not
+  /// return there. Does nothing to a file that is written in place.
+  void RemoveDraft();
+
+ private:
+  void CloseDirectory();
+
+  FileWriter writer_;
+  std::string file_;
+  int directory_ = -1;  // of the next two; -1 if there is no draft
+  std::string name_;
+  std::string draft_;
 };
 
 }  // namespace util

@@ -131,6 +131,10 @@ std::string ReplaceAll(const std::string& str, const std::string& old_str,
 /// no integer.
 bool IsIntegerDigit(const std::string& str);
 
+/// Returns 16 hexadecimal digits from the kernel's random numbers, for names that nobody can guess.
+/// \return Empty on failure; the last error is "getentropy: %s".
+std::string GetRandomDigits();
+
 /// \}
 /// \name Time
 /// Timestamps count microseconds since the Epoch. In texts, microseconds are a "." and a plain

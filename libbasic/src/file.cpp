@@ -1,14 +1,20 @@
 #include "file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include "misc.h"
@@ -27,6 +33,10 @@ constexpr size_t kTextChunkSize = 4095;
 // As many whole chunks as a block has room for, so that each begins where it would if it were read
 // by itself.
 constexpr size_t kTextBlockSize = kBlockSize / kTextChunkSize * kTextChunkSize;
+constexpr int kMaxLinks = 40;  // as in the kernel
+constexpr int kDescriptorsWithoutProc = 1024;
+constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kNewFileMode = 0666;
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
@@ -51,6 +61,13 @@ std::unique_ptr<uint8_t[], Free> MakeBuffer(size_t size) {
   return buffer;
 }
 
+bool ReportOpen(const FILE* fp, const FileHandler& handler) {
+  if (fp == nullptr) {
+    SetLastError(kOpenFailed, handler.GetError().c_str());
+  }
+  return fp != nullptr;
+}
+
 bool CheckOpen(const FILE* fp) {
   if (fp == nullptr) {
     SetLastError("no file is open");
@@ -73,6 +90,110 @@ void ReserveForText(int64_t size, std::string& text) {
     text.reserve(text.size() + static_cast<size_t>(size));
     PreferHugePages(text.data() + text.size(), static_cast<size_t>(size));
   }
+}
+
+// Whether a descriptor that others may use too, as it has no close-on-exec, is open on the file.
+bool IsHeldOpen(const struct stat& file) {
+  const auto is_on_file = [&file](int fd) {
+    struct stat status;
+    return (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 && fstat(fd, &status) == 0 &&
+           status.st_dev == file.st_dev && status.st_ino == file.st_ino;
+  };
+  bool is_held = false;
+  const std::unique_ptr<DIR, int (*)(DIR*)> list(opendir("/proc/self/fd"), &closedir);
+  if (list == nullptr) {
+    for (int fd = 0; fd < kDescriptorsWithoutProc && !is_held; ++fd) {
+      is_held = is_on_file(fd);
+    }
+    return is_held;
+  }
+  for (const struct dirent* entry; !is_held && (entry = readdir(list.get())) != nullptr;) {
+    is_held = is_on_file(atoi(entry->d_name));
+  }
+  return is_held;
+}
+
+// Whether a link is one of /proc, such as /proc/self/fd/1. Some of these lead to files that their
+// text does not name.
+bool IsLinkOfProc(const std::string& link) {
+  struct statfs file_system = {};
+  const int fd = open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+  fstatfs(fd, &file_system);
+  close(fd);
+  return file_system.f_type == PROC_SUPER_MAGIC;
+}
+
+// Follows the links that `path` ends in, to what is no link, or to one of /proc. `status` receives
+// its status, zeros if nothing is there. Returns false with `errno` on failure.
+bool FollowLinks(std::string& path, struct stat& status) {
+  for (int count = 0; count < kMaxLinks; ++count) {
+    status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+      return errno == ENOENT;
+    }
+    if (!S_ISLNK(status.st_mode) || IsLinkOfProc(path)) {
+      return true;
+    }
+    char text[PATH_MAX];
+    const ssize_t size = readlink(path.c_str(), text, sizeof(text));
+    if (size > 0) {
+      path.resize(text[0] == '/' ? 0 : path.rfind('/') + 1);  // without a "/", `npos` plus 1 is 0
+      path.append(text, static_cast<size_t>(size));
+    } else if (errno != EINVAL) {  // it has just been replaced by something else
+      return false;
+    }
+  }
+  errno = ELOOP;
+  return false;
+}
+
+// Finds the name to rename a draft to, so that it replaces what `file` names; empty if `file` has
+// to be written in place. `older` receives the status of the file that is there, zeros if there is
+// none. Returns false with `errno` if `file` can't be written.
+bool FindTarget(const std::string& file, std::string& target, struct stat& older) {
+  target = file;
+  if (!file.empty() && file.back() == '/') {
+    target.clear();  // opening it will tell what is wrong
+    return true;
+  }
+  if (!FollowLinks(target, older)) {
+    return false;
+  }
+  if (older.st_mode == 0 && target == file) {
+    return true;
+  }
+  if (!S_ISREG(older.st_mode)) {
+    target.clear();
+    return true;
+  }
+  // The kernel has more rules than the permission bits. The file may have been removed just now.
+  const int fd = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
+    return errno == ENOENT;
+  }
+  close(fd);
+  if (IsHeldOpen(older)) {
+    target.clear();
+  }
+  return true;
+}
+
+// Gives a draft the permissions of the older file.
+void KeepPermissions(int draft, const std::string& file, const struct stat& older) {
+  constexpr char name[] = "system.posix_acl_access";
+  char acl[2048];
+  const ssize_t size = getxattr(file.c_str(), name, acl, sizeof(acl));
+  // With a list, the bits for the group are a mask.
+  if (size < 0 || fsetxattr(draft, name, acl, static_cast<size_t>(size), 0) != 0) {
+    fchmod(draft, older.st_mode & kPermissionBits);
+  }
+}
+
+// Whether a file system, or the owner of a directory, does not let this process create or rename a
+// file there.
+bool IsRefused(int error) {
+  constexpr int reasons[] = {EACCES, EPERM, EROFS, EBUSY, EXDEV, ENOSYS, EOPNOTSUPP};
+  return std::find(std::begin(reasons), std::end(reasons), error) != std::end(reasons);
 }
 
 bool WriteWholeFile(const std::string& file, bool append, const void* data, size_t size) {
@@ -217,6 +338,22 @@ FILE* FileHandler::Open(const std::string& file, const char* mode) {
   return fp_;
 }
 
+FILE* FileHandler::Open(int fd, const char* mode) {
+  int error = errno;
+  DestroyHandle();
+  if (fd >= 0) {
+    fp_ = fdopen(fd, mode);
+    error = errno;
+  }
+  if (fp_ == nullptr) {
+    error_msg = strerror(error);
+    if (fd >= 0) {
+      close(fd);
+    }
+  }
+  return fp_;
+}
+
 void FileHandler::DestroyHandle() { CloseHandle(); }
 
 void FileHandler::DestroyDescriptor() {
@@ -239,15 +376,9 @@ int FileHandler::CloseHandle() {
 
 const std::string& FileHandler::GetError() const { return error_msg; }
 
-bool FileReader::Open(const std::string& file) {
-  fp_ = handler_.Open(file, "rbe");
-  if (fp_ == nullptr) {
-    SetLastError(kOpenFailed, handler_.GetError().c_str());
-    return false;
-  }
-  setvbuf(fp_, nullptr, _IONBF, 0);  // a block is as good as the stream's own buffer
-  return true;
-}
+bool FileReader::Open(const std::string& file) { return Use(handler_.Open(file, "rbe")); }
+
+bool FileReader::Open(int fd) { return Use(handler_.Open(fd, "rb")); }
 
 bool FileReader::Read(void* data, size_t size, size_t& count) {
   count = 0;
@@ -276,13 +407,22 @@ int64_t FileReader::GetSize() const {
 
 const std::string& FileReader::GetError() const { return handler_.GetError(); }
 
+bool FileReader::Use(FILE* fp) {
+  fp_ = fp;
+  if (fp != nullptr) {
+    setvbuf(fp, nullptr, _IONBF, 0);  // a block is as good as the stream's own buffer
+  }
+  return ReportOpen(fp, handler_);
+}
+
 bool FileWriter::Open(const std::string& file, bool append) {
   fp_ = handler_.Open(file, append ? "abe" : "wbe");
-  if (fp_ == nullptr) {
-    SetLastError(kOpenFailed, handler_.GetError().c_str());
-    return false;
-  }
-  return true;
+  return ReportOpen(fp_, handler_);
+}
+
+bool FileWriter::Open(int fd) {
+  fp_ = handler_.Open(fd, "wb");
+  return ReportOpen(fp_, handler_);
 }
 
 bool FileWriter::Write(const void* data, size_t size) {
@@ -340,5 +480,86 @@ bool FileWriter::Close() {
 }
 
 const std::string& FileWriter::GetError() const { return handler_.GetError(); }
+
+AtomicFileWriter::~AtomicFileWriter() {
+  RemoveDraft();
+  CloseDirectory();
+}
+
+bool AtomicFileWriter::Open(const std::string& file, const std::string& draft_prefix) {
+  RemoveDraft();
+  CloseDirectory();
+  file_ = file;
+  struct stat older;
+  std::string target;
+  if (!FindTarget(file, target, older)) {
+    return writer_.Open(-1);
+  }
+  const size_t name_begin = target.rfind('/') + 1;
+  name_ = target.substr(name_begin);
+  if (name_.empty()) {
+    return writer_.Open(file, false);
+  }
+  const std::string digits = GetRandomDigits();
+  if (digits.empty()) {
+    return false;
+  }
+  draft_ = draft_prefix + digits;
+  const std::string directory = name_begin == 0 ? "." : target.substr(0, name_begin);
+  directory_ = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  const bool is_new = older.st_mode == 0;
+  const mode_t mode = is_new ? kNewFileMode : older.st_mode & kPermissionBits;
+  constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
+  const int fd = directory_ < 0 ? -1 : openat(directory_, draft_.c_str(), flags, mode);
+  if (fd < 0 && IsRefused(errno)) {
+    CloseDirectory();
+    return writer_.Open(file, false);
+  }
+  if (fd >= 0 && !is_new) {
+    KeepPermissions(fd, target, older);
+  }
+  return writer_.Open(fd);
+}
+
+bool AtomicFileWriter::Write(const void* data, size_t size) { return writer_.Write(data, size); }
+
+bool AtomicFileWriter::Commit() {
+  if (!writer_.Close()) {
+    return false;
+  }
+  if (directory_ < 0) {
+    return true;
+  }
+  if (renameat(directory_, draft_.c_str(), directory_, name_.c_str()) != 0) {
+    if (!IsRefused(errno)) {
+      SetLastError("rename file: %s", strerror(errno));
+      return false;
+    }
+    // The older file's permissions may not allow it.
+    [[maybe_unused]] const bool is_readable = fchmodat(directory_, draft_.c_str(), S_IRUSR, 0) == 0;
+    FileReader draft;
+    if (!draft.Open(openat(directory_, draft_.c_str(), O_RDONLY | O_CLOEXEC)) ||
+        !writer_.Open(file_, false) || !writer_.WriteRest(draft) || !writer_.Close()) {
+      return false;
+    }
+    RemoveDraft();
+  }
+  CloseDirectory();
+  return true;
+}
+
+void AtomicFileWriter::RemoveDraft() {
+  if (directory_ >= 0) {
+    unlinkat(directory_, draft_.c_str(), 0);
+  }
+}
+
+void AtomicFileWriter::CloseDirectory() {
+  const int directory = directory_;
+  directory_ = -1;  // before its number can become that of another file
+  if (directory >= 0) {
+    close(directory);
+  }
+}
 
 }  // namespace util

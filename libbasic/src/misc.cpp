@@ -1,12 +1,14 @@
 #include "misc.h"
 
 #include <sys/mman.h>
+#include <sys/random.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -227,6 +229,15 @@ bool IsIntegerDigit(const std::string& str) {
     text += 2;
   }
   return text[strspn(text, is_hex ? "0123456789abcdefABCDEF" : "0123456789")] == '\0';
+}
+
+std::string GetRandomDigits() {
+  uint64_t number = 0;
+  if (getentropy(&number, sizeof(number)) != 0) {
+    SetLastError("getentropy: %s", strerror(errno));
+    return {};
+  }
+  return StrFormat("%016" PRIx64, number);
 }
 
 void MicroSleep(int64_t microseconds) {

@@ -152,6 +152,133 @@ TEST_F(FileTest, CopyGoesFromTheSecondToTheFirst) {
   EXPECT_EQ(FirstDifference(ReadAll(At("source")), content), kNone);
 }
 
+class AtomicFileTest : public FolderTest {
+ protected:
+  ino_t Inode(const std::string& name) const {
+    struct stat status = {};
+    stat(At(name).c_str(), &status);
+    return status.st_ino;
+  }
+
+  bool Begin(const std::string& name) {
+    return writer_->Open(At(name), ".draft-") && writer_->Write("new", 3);
+  }
+
+  Strings Names() const {
+    Strings names;
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+
+  std::unique_ptr<util::AtomicFileWriter> writer_ = std::make_unique<util::AtomicFileWriter>();
+};
+
+TEST_F(AtomicFileTest, FileAppearsWhenItIsCommitted) {
+  const std::string longest(255, 'x');
+  EXPECT_TRUE(Begin(longest));
+  EXPECT_THAT(Names(), testing::ElementsAre(testing::MatchesRegex(R"(\.draft-[0-9a-f]{16})")));
+  EXPECT_TRUE(writer_->Commit());
+  EXPECT_EQ(Names(), Strings{longest});
+  EXPECT_EQ(ReadAll(At(longest)), "new");
+}
+
+TEST_F(AtomicFileTest, OlderFileStaysUnlessTheNewOneIsCommitted) {
+  Make("file", "older");
+  EXPECT_TRUE(Begin("file"));
+  EXPECT_TRUE(Begin("file"));
+  EXPECT_EQ(Names().size(), 2) << "the first draft is removed";
+  writer_.reset();
+  EXPECT_EQ(Names(), Strings{"file"});
+  EXPECT_EQ(ReadAll(At("file")), "older");
+}
+
+TEST_F(AtomicFileTest, PermissionsAndLinksStay) {
+  fs::create_symlink(Make("file", "older"), At("link"));
+  fs::create_hard_link(At("file"), At("hard link"));
+  chmod(At("file").c_str(), 0642);
+  // Bits of owner, user 1, group, mask and others. Not every file system has such lists.
+  const std::string acl(
+      "\2\0\0\0\1\0\6\0\xff\xff\xff\xff\2\0\6\0\1\0\0\0\4\0\0\0\xff\xff\xff\xff"
+      "\20\0\4\0\xff\xff\xff\xff\40\0\2\0\xff\xff\xff\xff",
+      44);
+  constexpr char kAcl[] = "system.posix_acl_access";
+  const bool has_acl = setxattr(At("file").c_str(), kAcl, acl.data(), acl.size(), 0) == 0;
+  EXPECT_TRUE(Begin("link") && writer_->Commit());
+  EXPECT_TRUE(fs::is_symlink(At("link")));
+  std::string kept(acl.size(), '\0');
+  EXPECT_TRUE(!has_acl || getxattr(At("file").c_str(), kAcl, kept.data(), kept.size()) == 44);
+  EXPECT_TRUE(!has_acl || kept == acl);
+  EXPECT_EQ(ReadAll(At("file")), "new");
+  EXPECT_EQ(ReadAll(At("hard link")), "older");
+  EXPECT_EQ(fs::status(At("file")).permissions(), static_cast<fs::perms>(0642));
+  const mode_t mask = umask(026);
+  EXPECT_TRUE(Begin("fresh") && writer_->Commit());
+  umask(mask);
+  EXPECT_EQ(fs::status(At("fresh")).permissions(), static_cast<fs::perms>(0640));
+}
+
+TEST_F(AtomicFileTest, WhatCannotBeReplacedIsWrittenInPlace) {
+  Make("file", "a longer older file");
+  const ino_t inode = Inode("file");
+  fs::create_symlink(At("target"), At("dangling"));
+  EXPECT_TRUE(Begin("dangling") && writer_->Commit());
+  EXPECT_EQ(ReadAll(At("target")), "new");
+  {
+    const Fault no_new_names("openat", EACCES);
+    EXPECT_TRUE(Begin("file") && writer_->Commit());
+  }
+  EXPECT_EQ(ReadAll(At("file")), "new");
+  Make("file", "a longer older file");
+  {
+    const Fault mount_point("renameat", EBUSY);
+    EXPECT_TRUE(Begin("file") && writer_->Commit());
+  }
+  EXPECT_EQ(ReadAll(At("file")), "new");
+  const int held = open(At("file").c_str(), O_WRONLY | O_APPEND);
+  EXPECT_TRUE(Begin("file") && writer_->Commit());
+  EXPECT_EQ(write(held, " and more", 9), 9);
+  close(held);
+  EXPECT_EQ(ReadAll(At("file")), "new and more");
+  EXPECT_EQ(Inode("file"), inode);
+  EXPECT_THAT(Names(), testing::UnorderedElementsAre("dangling", "file", "target"));
+}
+
+TEST_F(AtomicFileTest, FailureHasAReasonAndLeavesTheOlderFile) {
+  Make("file", "older");
+  const auto replaces = [this](const std::string& name) {
+    const bool is_replaced = Begin(name) && writer_->Commit();
+    writer_ = std::make_unique<util::AtomicFileWriter>();
+    return is_replaced;
+  };
+  ExpectFailures({
+      {"no directory", [&] { return replaces("none/file"); }, "open file: " + kGone},
+      {"directory", [&] { return replaces("."); }, "open file: Is a directory"},
+      {"file as directory", [&] { return replaces("file/"); }, "open file: Is a directory"},
+      {"new directory", [&] { return replaces("none/"); }, "open file: Is a directory"},
+      {"long name", [&] { return replaces(std::string(256, 'x')); },
+       "open file: File name too long"},
+  });
+  struct Row {
+    const char* call;
+    int error;
+    std::string last_error;
+  };
+  const Row rows[] = {
+      {"getentropy", ENOSYS, "getentropy: Function not implemented"},
+      {"openat", EMFILE, "open file: Too many open files"},
+      {"fclose", EDQUOT, "close file: Disk quota exceeded"},
+      {"renameat", EIO, "rename file: Input/output error"},
+  };
+  for (const Row& row : rows) {
+    const Fault fault(row.call, row.error);
+    ExpectFailures({{row.call, [&] { return replaces("file"); }, row.last_error}});
+    EXPECT_EQ(ReadAll(At("file")), "older");
+    EXPECT_EQ(Names(), Strings{"file"});
+  }
+}
+
 TEST_F(FileTest, DeletingLeavesNothingAtThePath) {
   fs::create_directory(At("folder"));
   for (const std::string& path : {Make("file", ""), At("folder"), At("missing")}) {
