@@ -3,8 +3,6 @@
 
 #include <emmintrin.h>
 #include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -196,13 +194,13 @@ string GetTimeMagic() {
 // Chooses the name of the temporary fat binary. The image's name and the time are for people. The
 // random digits make the name unique, and keep others from preparing a file under it.
 bool MakeTemporaryName(const string& input_file, string& create_file) {
-  uint64_t digits = 0;
-  if (getentropy(&digits, sizeof(digits)) != 0) {
-    LOG_ERROR("Failed to make a temporary name: %s\n", strerror(errno));
+  const string digits = util::GetRandomDigits();
+  if (digits.empty()) {
+    LOG_ERROR("Failed to make a temporary name: %s\n", util::GetLastError());
     return false;
   }
   create_file = "/tmp/" + util::Path::GetFileName(input_file) + "-" + GetTimeMagic() + "-" +
-                util::StrFormat("%016" PRIx64, digits) + ".fatbin";
+                digits + ".fatbin";
   return true;
 }
 
@@ -216,31 +214,10 @@ constexpr uint64_t kBundlerPatience = 800;  // milliseconds
 struct Unfinished {
   std::atomic<util::Process*> bundler = nullptr;
   std::atomic<const char*> temporary_file = nullptr;
-  std::atomic<const char*> include_file = nullptr;
-  std::atomic<bool> is_include_file_open = false;
+  std::atomic<util::AtomicFileWriter*> include_file = nullptr;
 };
 static_assert(std::atomic<void*>::is_always_lock_free);
 Unfinished s_unfinished;
-
-// Whether `name` is a link to a descriptor of this process, as /dev/stdout is.
-bool IsLinkToDescriptor(const char* name) {
-  char target[sizeof("/proc/") - 1];
-  return readlink(name, target, sizeof(target)) == sizeof(target) &&
-         memcmp(target, "/proc/", sizeof(target)) == 0;
-}
-
-// Removes an unfinished include file, which build systems would take for up to date. Devices and
-// pipes stay. Async-signal-safe.
-void RemoveIncludeFile(const char* name, bool is_open) {
-  struct stat status;
-  if (stat(name, &status) != 0 || !S_ISREG(status.st_mode) || IsLinkToDescriptor(name)) {
-    return;
-  }
-  // Opening truncates. What still has content is an older include file.
-  if (is_open || status.st_size == 0) {
-    unlink(name);
-  }
-}
 
 // Removes the temporary fat binary, or whatever the bundler left in its place. Async-signal-safe.
 void RemoveTemporaryFile(const char* name) {
@@ -259,9 +236,9 @@ void EndBySignal(int signal_number) {
   if (temporary_file != nullptr) {
     RemoveTemporaryFile(temporary_file);
   }
-  const char* include_file = s_unfinished.include_file;
+  util::AtomicFileWriter* include_file = s_unfinished.include_file;
   if (include_file != nullptr) {
-    RemoveIncludeFile(include_file, s_unfinished.is_include_file_open);
+    include_file->RemoveDraft();
   }
   signal(signal_number, SIG_DFL);
   raise(signal_number);
@@ -467,24 +444,6 @@ class FatBin {
     return reader_.Open(name) ? ReadBlock() : Fail();
   }
 
-  // Reads on from a copy if the fat binary is the file `other`, which is about to be truncated.
-  bool CopyIfSame(const string& other) {
-    struct stat status = {};
-    if (name_.empty() || stat(other.c_str(), &status) != 0 || status.st_dev != status_.st_dev ||
-        status.st_ino != status_.st_ino) {
-      return true;
-    }
-    // The descriptor lives as long as the process.
-    const int fd = memfd_create("fat binary", MFD_CLOEXEC);
-    const string copy = "/proc/self/fd/" + std::to_string(fd);
-    util::FileWriter writer;
-    offset_ = 0;
-    return writer.Open(copy, false) && writer.Write(block_, block_size_) &&
-                   writer.WriteRest(reader_) && writer.Close() && reader_.Open(copy)
-               ? ReadBlock()
-               : Fail();
-  }
-
   // Reads the next block, which is empty at the end. A failure is logged.
   bool ReadBlock() {
     const size_t size = std::min(kBlockSize, static_cast<size_t>(size_ - offset_));
@@ -524,39 +483,21 @@ class FatBin {
   size_t block_size_ = 0;
 };
 
-// The include file, removed again unless it is finished. Failures are logged.
+// The include file, which appears under its name when it is complete. Failures are logged.
 class IncludeFile {
  public:
-  explicit IncludeFile(const string& name) : name_(name) {}
+  explicit IncludeFile(const string& name) : name_(name) { s_unfinished.include_file = &writer_; }
   ~IncludeFile() {
-    if (s_unfinished.is_include_file_open) {
-      RemoveIncludeFile(name_.c_str(), true);
-    }
-    Forget();
+    writer_.RemoveDraft();
+    s_unfinished.include_file = nullptr;
   }
   IncludeFile(const IncludeFile&) = delete;
   IncludeFile& operator=(const IncludeFile&) = delete;
 
-  bool Open() {
-    s_unfinished.include_file = name_.c_str();
-    if (!writer_.Open(name_, false)) {
-      Forget();
-      return Fail();
-    }
-    s_unfinished.is_include_file_open = true;
-    return true;
-  }
-
+  bool Open() { return writer_.Open(name_, ".tavrofuse-") || Fail(); }
   bool Write(const void* text, size_t size) { return writer_.Write(text, size) || Fail(); }
   bool Write(const string& text) { return Write(text.data(), text.size()); }
-
-  bool Finish() {
-    if (!writer_.Close()) {
-      return Fail();
-    }
-    Forget();
-    return true;
-  }
+  bool Commit() { return writer_.Commit() || Fail(); }
 
  private:
   bool Fail() const {
@@ -564,12 +505,7 @@ class IncludeFile {
     return false;
   }
 
-  static void Forget() {
-    s_unfinished.include_file = nullptr;
-    s_unfinished.is_include_file_open = false;
-  }
-
-  util::FileWriter writer_;
+  util::AtomicFileWriter writer_;
   string name_;
 };
 
@@ -633,8 +569,8 @@ bool WriteIncludeFile(const string& embedded_file, FatBin& fat_bin, bool is_link
   const string tail = util::StrFormat(kTail, static_cast<int>(fat_bin.GetWordCount()), form.version,
                                       form.prelinked);
   IncludeFile include_file(embedded_file);
-  return fat_bin.CopyIfSame(embedded_file) && include_file.Open() && include_file.Write(head) &&
-         WriteDataLines(fat_bin, include_file) && include_file.Write(tail) && include_file.Finish();
+  return include_file.Open() && include_file.Write(head) && WriteDataLines(fat_bin, include_file) &&
+         include_file.Write(tail) && include_file.Commit();
 }
 
 // ---------------------------------------------------------------------------------------------

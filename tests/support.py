@@ -141,8 +141,9 @@ class Place(tempfile.TemporaryDirectory):
         return pathlib.Path(self.name, name)
 
     def leftovers(self):
-        """Returns the temporary files that are left of the runs."""
-        return set(map(str, pathlib.Path("/tmp").glob(self.stem + "-*"))) - self.left_alone
+        """Returns the temporary files and the drafts that are left of the runs."""
+        left = [*pathlib.Path("/tmp").glob(self.stem + "-*"), *self.path("").rglob(".tavrofuse-*")]
+        return set(map(str, left)) - self.left_alone
 
     def environment(self, case):
         names = {"PATH": os.environ["PATH"], "ROCM_PATH": ".", "HIP_CLANG_PATH": "bundler",
@@ -167,13 +168,13 @@ class Place(tempfile.TemporaryDirectory):
         return [difference(name, read(self.path(name)), wanted[option]()) for option, name in files]
 
     def wrong_remains(self, case, status):
-        """Tells the include files that a run with another status than 0 must not leave."""
+        """Tells the include files that are not as before a run with another status than 0."""
         for name in (arg.split("=", 1)[1] for arg in case.args if arg.startswith("-fatbin=")):
             left = read(self.path(name))
             # A signal that arrives at the very end may find the file complete.
-            if left is not None and left != case.older and not (
+            if (left or b"") != case.older and not (
                     status < 0 and left == include_text(self.image, "-link" in case.args)):
-                yield "left an unfinished %s of %d bytes" % (name, len(left))
+                yield difference(name, left, case.older)
 
 
 def report(case, child, output, problems):
@@ -210,7 +211,7 @@ def run(case, place=None, wrapper=(), act=lambda place, child: None):
             not re.search(pattern, output) and "the output should match " + pattern,
             *(place.wrong_files(case) if child.returncode == 0 else () if case.may_leave_files else
               place.wrong_remains(case, child.returncode)),
-            *("left in /tmp: " + file
+            *("left: " + file
               for file in (() if is_shared or case.may_leave_files else place.leftovers())),
             *("left running: " + process for process in stop_session(child.pid))])
 

@@ -49,10 +49,13 @@ def calls_until_wait(bundler):
 
 def signal_at(call, number, line, bundler, target, sent_signal):
     """Returns whether a run made the call, and its report: it stops there, and finds the signal sent."""
-    def send_when_stopped(_, child, log):
+    def send_when_stopped(place, child, log):
         if not await_true(lambda: child.poll() is not None or b"stopped by" in read(log)):
             os.killpg(child.pid, signal.SIGKILL)
         elif child.poll() is None:
+            # What somebody else has just put in its place is not the run's to remove.
+            place.path("foreign").write_bytes(case.older)
+            os.replace(place.path("foreign"), place.path("inc"))
             TARGETS[target](child.pid, sent_signal)
             os.kill(child.pid, signal.SIGCONT)
             return time.monotonic()

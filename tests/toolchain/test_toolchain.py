@@ -70,7 +70,8 @@ class Installation:
     # Touching a file rebuilds what depends on it, and nothing else; nothing touched, nothing built.
     def check_rebuilt(self, build, command, expected):
         def stamps():
-            return {file: file.stat().st_mtime_ns for file in build.rglob("*") if MADE(file.name)}
+            return {file: file.stat().st_mtime_ns for file in build.rglob("*")
+                    if MADE(file.name) and file.is_file()}
 
         expect_done(self.run(*command, cwd=build))
         for touched, names in {None: [], **expected}.items():
