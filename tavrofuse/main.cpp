@@ -19,6 +19,7 @@
 #include <ctime>
 #include <exception>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -191,16 +192,18 @@ string GetTimeMagic() {
   return buffer;
 }
 
-// Chooses the name of the temporary fat binary. The image's name and the time are for people. The
-// random digits make the name unique, and keep others from preparing a file under it.
+// Chooses the name of the temporary fat binary. The image's name, cut where the whole would be too
+// long, and the time are for people. The random digits make the name unique, and keep others from
+// preparing a file under it.
 bool MakeTemporaryName(const string& input_file, string& create_file) {
   const string digits = util::GetRandomDigits();
   if (digits.empty()) {
     LOG_ERROR("Failed to make a temporary name: %s\n", util::GetLastError());
     return false;
   }
-  create_file = "/tmp/" + util::Path::GetFileName(input_file) + "-" + GetTimeMagic() + "-" +
-                digits + ".fatbin";
+  const string name_end = "-" + GetTimeMagic() + "-" + digits + ".fatbin";
+  const string stem = util::Path::GetFileName(input_file);
+  create_file = "/tmp/" + stem.substr(0, NAME_MAX - name_end.size()) + name_end;
   return true;
 }
 
@@ -318,27 +321,32 @@ class BundlerProcess {
   }
 
   string& GetOutputString() { return process_.GetOutputString(); }
+  bool IsKilled() const { return process_.GetEndSignal() == SIGKILL; }
 
  private:
   util::Process process_;
 };
 
-bool ExcuteCmd(const string& cmd_args, string& output) {
+bool ExcuteCmd(const string& cmd_args, string& output, bool& is_killed) {
   BundlerProcess process;
   const util::ProcessStatus status = process.Execute(cmd_args);
   output = std::move(process.GetOutputString());
+  is_killed = process.IsKilled();
   return status == util::PROCESS_SUCCESS;
+}
+
+// What tells one state of a file from another; zeros if there is no file.
+auto GetFileState(const string& name) {
+  struct stat status = {};
+  stat(name.c_str(), &status);
+  return std::make_tuple(status.st_dev, status.st_ino, status.st_size, status.st_ctim.tv_sec,
+                         status.st_ctim.tv_nsec);
 }
 
 // Bundles the device image, after an empty host part, into the fat binary `create_file`. The words
 // of the command line can't be quoted: a blank in a value makes two words of it.
-bool RunBundler(const string& clang_path, const string& input_file, const string& create_file,
+bool RunBundler(const string& bundler_path, const string& input_file, const string& create_file,
                 const string& offload_arch, bool verbose) {
-  const string bundler_path = clang_path + "/clang-offload-bundler";
-  if (!util::Path::IsPathExists(bundler_path)) {
-    LOG_ERROR("clang-offload-bundler is not found\n");
-    return false;
-  }
   const string flags =
       "-type=o -bundle-align=4096"
       " -targets=host-x86_64-unknown-linux,"
@@ -347,12 +355,40 @@ bool RunBundler(const string& clang_path, const string& input_file, const string
   if (verbose) {
     LOG_INFO(bundler_path + " " + flags + "\n");
   }
+  const auto older_state = GetFileState(create_file);
   string output_str;
-  const bool result = ExcuteCmd(bundler_path + " " + flags, output_str);
+  bool is_killed = false;
+  const bool result = ExcuteCmd(bundler_path + " " + flags, output_str, is_killed);
   if (!output_str.empty()) {
     LOG_INFO(output_str);
   }
+  if (result && is_killed && util::Path::IsPathExists(create_file) &&
+      GetFileState(create_file) == older_state) {
+    LOG_ERROR("Failed to read %s: the bundler was killed before it wrote it\n", create_file);
+    return false;
+  }
   return result;
+}
+
+// Refuses an output that is the image. Some bundlers would destroy it and report success.
+bool CheckOutput(const string& output, const string& image) {
+  if (util::Path::IsNormalFile(image) && util::Path::IsSameFile(output, image)) {
+    LOG_ERROR("Failed to write %s: it is the device image\n", output);
+    return false;
+  }
+  return true;
+}
+
+// Bundles the image into `create_file`, unless there is no bundler or an output is the image.
+bool Bundle(const string& clang_path, const string& input_file, const string& create_file,
+            const string& embedded_file, const string& offload_arch, bool verbose) {
+  const string bundler_path = clang_path + "/clang-offload-bundler";
+  if (!util::Path::IsPathExists(bundler_path)) {
+    LOG_ERROR("clang-offload-bundler is not found\n");
+    return false;
+  }
+  return CheckOutput(create_file, input_file) && CheckOutput(embedded_file, input_file) &&
+         RunBundler(bundler_path, input_file, create_file, offload_arch, verbose);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -424,21 +460,20 @@ class FatBin {
   // Reads the first block. What can't be read at all fails here, and is logged.
   bool Open(const string& name) {
     name_ = name;
-    if (stat(name.c_str(), &status_) != 0) {
+    struct stat status;
+    if (stat(name.c_str(), &status) != 0) {
       util::SetLastError("stat64: %s", strerror(errno));
       return Fail();
     }
-    size_ = status_.st_size;
+    size_ = status.st_size;
     if (size_ > kFatBinSizeLimit) {
       LOG_ERROR("Failed to malloc, size: %" PRId64 "\n", GetWordCount() * int64_t{kWordSize});
       return false;
     }
-    if (S_ISFIFO(status_.st_mode)) {
-      util::SetLastError("it is a pipe");  // reading would block
-      return Fail();
-    }
-    if (S_ISDIR(status_.st_mode)) {
-      util::SetLastError("read file: %s", strerror(EISDIR));
+    if (!S_ISREG(status.st_mode)) {
+      util::SetLastError(S_ISDIR(status.st_mode)    ? "read file: Is a directory"
+                         : S_ISFIFO(status.st_mode) ? "it is a pipe"
+                                                    : "it is not a regular file");
       return Fail();
     }
     return reader_.Open(name) ? ReadBlock() : Fail();
@@ -477,7 +512,6 @@ class FatBin {
 
   util::FileReader reader_;
   string name_;
-  struct stat status_ = {};
   int64_t size_ = 0;
   int64_t offset_ = 0;
   size_t block_size_ = 0;
@@ -583,7 +617,7 @@ bool CreateFatBin(const string& clang_path, const string& input_file, const stri
                   bool verbose) {
   FatBin fat_bin;
   if (!create_file.empty() && !input_file.empty()) {
-    if (!RunBundler(clang_path, input_file, create_file, offload_arch, verbose)) {
+    if (!Bundle(clang_path, input_file, create_file, embedded_file, offload_arch, verbose)) {
       return false;
     }
     if (embedded_file.empty()) {

@@ -31,6 +31,9 @@ class Path {
   /// Tells whether `path` is a regular file or a link to one.
   static bool IsNormalFile(const std::string& path);
 
+  /// Tells whether two paths lead to the same file, of whatever type. Hard links do.
+  static bool IsSameFile(const std::string& path, const std::string& other);
+
   /// \}
   /// \name Cutting a path apart
   /// They don't access the file system and can't fail; a part that is missing is an empty string.

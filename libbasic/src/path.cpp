@@ -30,6 +30,13 @@ bool Path::IsDirectory(const std::string& path) { return HasFileType(path, S_IFD
 
 bool Path::IsNormalFile(const std::string& path) { return HasFileType(path, S_IFREG); }
 
+bool Path::IsSameFile(const std::string& path, const std::string& other) {
+  struct stat64 status;
+  struct stat64 other_status;
+  return stat64(path.c_str(), &status) == 0 && stat64(other.c_str(), &other_status) == 0 &&
+         status.st_dev == other_status.st_dev && status.st_ino == other_status.st_ino;
+}
+
 std::string Path::GetParentPath(const std::string& path) {
   std::string parent = path;
   if (!parent.empty() && parent.back() == '/') {

@@ -54,4 +54,7 @@ def test_temporary_name_tells_image_and_local_time_and_differs_from_run_to_run(f
         match = re.fullmatch("-output=/tmp/%s-(%s)-([0-9a-f]{16}).fatbin" % (stem, tokens), output)
         expect_none([not match and "not of the time %s: %s" % (tokens, output)])
         digits.add(match[2])
+    folder.expect(Command("./tavrofuse --image3=kind=elf,s,f=" + "x" * 255))
+    name = folder.path("args").read_text().splitlines()[-1].split("/")[-1]
+    expect_none([len(name) != 255 and "the name was not cut: " + name])
     expect_none([len(digits) < 4 and "the digits were the same twice: %s" % digits])

@@ -27,6 +27,14 @@ def test_include_file_may_replace_its_own_fat_binary(folder):
                   Command("./tavrofuse $image3 -create=same -fatbin=same && cmp same other"))
 
 
+def test_output_that_is_the_image_is_refused(folder):
+    made = "ln -f %s.o same; ln -sf same link; " % folder.stem
+    folder.expect(*(error(made + "./tavrofuse $image3 " + output,
+                          "Failed to write %s: it is the device image" % output.split("=")[1])
+                    for output in ("-create=same", "-create=link", "-fatbin=same", "-fatbin=link")),
+                  same=b"image")
+
+
 def test_failure_to_write_is_reported_and_named_fat_binary_stays(folder):
     folder.expect(error("./tavrofuse $image3 -fatbin=gone/i", GONE),
                   error("./tavrofuse $image3 -fatbin=gone/i -create=fat", GONE),

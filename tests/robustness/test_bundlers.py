@@ -1,12 +1,15 @@
 """Bundlers that misbehave."""
-from support import Case, expect_none, kept_and_temporary, run
+from support import KEPT, Case, expect_none, kept_and_temporary, run
 
 
 def cases(is_full):
     codes = range(1, 256) if is_full else (1, 2, 9, 126, 127, 128, 137, 255)
     signals = {*range(1, 32)} - {9, 17, 18, 19, 20, 21, 22, 23, 28} if is_full else (1, 6, 11, 13, 15)
     lines = 10000000 * (10 if is_full else 1)
-    return kept_and_temporary([
+    stale = "Failed to read fat: the bundler was killed before it wrote it"
+    return [*(Case("is killed, the fat binary is older, " + name, before="echo older >fat",
+                   bundler="kill -9 $$", args=args, status=(1,), error=stale)
+              for name, args in (("kept", KEPT), ("alone", KEPT[1:]))), *kept_and_temporary([
         Case("writes nothing", bundler=":", status=(1,), error="stat64"),
         Case("prints zero bytes", bundler='cp "$in" "$out"; head -c 100000 /dev/zero',
              status=(0,), output=r"\A\Z"),
@@ -18,6 +21,8 @@ def cases(is_full):
              bundler='cp "$in" "$out"; (sleep 0.3; echo late) &', status=(0,), output="late"),
         Case("is killed when done", bundler='cp "$in" "$out"; kill -9 $$', status=(0,)),
         Case("is killed, nothing written", bundler="kill -9 $$", status=(1,), error="stat64"),
+        Case("is killed after writing the same again", before='cp *.o fat; exec "$@"', status=(0,),
+             bundler='cp "$in" "$out"; kill -9 $$'),
         Case("writes half a file", bundler='head -c 500 "$in" >"$out"', size=1000, share=0.5,
              status=(0,)),
         Case("writes half a file, then fails", bundler='head -c 500 "$in" >"$out"; exit 1',
@@ -40,7 +45,7 @@ def cases(is_full):
         *(Case("exits with %d" % code, bundler='cp "$in" "$out"; exit %d' % code,
                status=(1,), error="") for code in codes),
         *(Case("dies of signal %d" % number, bundler='cp "$in" "$out"; kill -%d $$' % number,
-               status=(1,), error="") for number in signals)])
+               status=(1,), error="") for number in signals)])]
 
 
 def test_bundler(case):

@@ -44,6 +44,8 @@ def cases(is_full):
         Case("include file on a full device", args=(to_full,), status=(1,), error="No space left"),
         Case("include file on a full device, fat binary kept", args=(to_full, "-create=fat"),
              status=(1,), error="No space left"),
+        Case("no fat binary", args=TEMPORARY + ("-create=/dev/null",), status=(1,),
+             error="Failed to read /dev/null: it is not a regular file"),
         Case("fat binary on a full device", args=TEMPORARY + ("-create=/dev/full",), status=(1,)),
         Case("working folder gone", bundler='cp "$FOLDER/$in" "$out"', status=(1,), error="No such",
              before='export HIP_CLANG_PATH="$PWD/bundler" ROCM_PATH=/ && '
@@ -55,6 +57,7 @@ def cases(is_full):
         Case("output that nobody reads", args=printing,
              bundler='cp "$in" "$out"; yes | head -c 300000', status=(0,),
              before='{ "$@"; echo $? >status; } | : && exit $(cat status)'),
+        Case("stack of 64 KiB", before='ulimit -s 64; exec "$@"', status=(0,)),
         *kept_and_temporary([
             *(Case("files of %d bytes" % limit, size=SMALL, status=(1,), error="too large",
                    before='exec prlimit --fsize=%d:unlimited "$@"' % limit,

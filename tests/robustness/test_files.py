@@ -5,12 +5,12 @@ from support import Case, expect_none
 from tracing import FIRST_OF_MAIN, trace
 
 # What the tool hands to the system as names of files.
-TOUCHED = {"looks at BUNDLER", "looks at CLANG", "looks at FAT", "looks at INC", "looks at ROCM",
-           "opens DIRECTORY", "opens /etc/localtime", "opens /proc/self/fd",
+TOUCHED = {"looks at BUNDLER", "looks at CLANG", "looks at FAT", "looks at IMAGE", "looks at INC",
+           "looks at ROCM", "opens DIRECTORY", "opens /etc/localtime", "opens /proc/self/fd",
            "opens /proc/self/statm", "opens DRAFT", "opens FAT", "opens INC", "renames DRAFT"}
 NAMES = {r"/tmp/tavrofuse_robustness_\w+-\w+-\w{16}\.fatbin": "FAT", r"\.tavrofuse-\w{16}": "DRAFT",
          r"bundler/clang-offload-bundler": "BUNDLER", r"bundler": "CLANG", r"\./": "ROCM",
-         r"inc": "INC", r"\.": "DIRECTORY"}
+         r"tavrofuse_robustness_\w+\.o": "IMAGE",         r"inc": "INC", r"\.": "DIRECTORY"}
 VERBS = {"open": "opens", "rena": "renames"}
 
 

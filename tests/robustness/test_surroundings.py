@@ -35,6 +35,8 @@ def cases(is_full):
         Case("handed-down child that has ended", args=KEPT, before=HANDED_DOWN + "; kill $!"),
         Case("handed-down child that ends", args=KEPT, before=HANDED_DOWN,
              bundler="kill $CHILD; " + COPY),
+        Case("1100 open files", args=KEPT, status=(0,), before="exec prlimit --nofile=2000: "
+             """bash -c 'for n in {3..1100}; do eval "exec $n</dev/null"; done; exec "$@"' bash "$@" """),
         Case("another time, language and mask", args=KEPT, status=(0,),
              before="export TZ=XYZ+23:59:59 LC_ALL=tr_TR.UTF-8 LANG=de_DE; umask 077"),
         Case("command line of 1 MB", args=KEPT + ("--image3", "x" * 100) * 10000, status=(0,)),
