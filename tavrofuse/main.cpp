@@ -18,6 +18,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <iterator>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -230,7 +231,12 @@ void RemoveTemporaryFile(const char* name) {
 
 // Stops the bundler, removes what is unfinished, and ends the process by the same signal, so that
 // shells and build systems see what happened.
-void EndBySignal(int signal_number) {
+void EndBySignal(int signal_number, siginfo_t* info, void* /*context*/) {
+  // The kernel's signals for a write to a broken pipe, or past the limit on file sizes: the write
+  // fails like any other.
+  if ((signal_number == SIGPIPE || signal_number == SIGXFSZ) && info->si_pid == getpid()) {
+    return;
+  }
   util::Process* bundler = s_unfinished.bundler;
   if (bundler != nullptr) {
     bundler->Stop(kBundlerPatience);
@@ -252,26 +258,33 @@ void EndBySignal(int signal_number) {
   _exit(128 + signal_number);  // reached as process 1 of a container, which default actions spare
 }
 
-// Installs a handler, unless the caller has this run ignore the signal.
-void Handle(int signal_number, void (*handler)(int)) {
-  struct sigaction action = {};
-  if (sigaction(signal_number, nullptr, &action) == 0 && action.sa_handler == SIG_DFL) {
-    action.sa_handler = handler;
-    sigfillset(&action.sa_mask);
-    sigaction(signal_number, &action, nullptr);
-  }
+bool EndsByDefault(int signal_number) {
+  constexpr int others[] = {SIGCHLD, SIGCONT, SIGSTOP, SIGTSTP, SIGTTIN, SIGTTOU, SIGURG, SIGWINCH};
+  return std::find(std::begin(others), std::end(others), signal_number) == std::end(others);
 }
 
+// Handles all signals that end a process, unless the caller has this run ignore them. SIGPIPE and
+// SIGXFSZ too are not ignored here: the bundler would inherit that.
 void HandleSignals() {
-  for (const int signal_number :
-       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGUSR2, SIGXCPU}) {
-    Handle(signal_number, EndBySignal);
+  static char stack[64 * 1024];  // the usual one may have overflowed
+  stack_t alternate = {};
+  alternate.ss_sp = stack;
+  alternate.ss_size = sizeof(stack);
+  sigaltstack(&alternate, nullptr);
+  struct sigaction action = {};
+  action.sa_sigaction = EndBySignal;
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+  sigfillset(&action.sa_mask);
+  sigset_t former_mask;
+  sigprocmask(SIG_SETMASK, &action.sa_mask, &former_mask);
+  for (int signal_number = 1; signal_number <= SIGRTMAX; ++signal_number) {
+    struct sigaction former_action;
+    if (EndsByDefault(signal_number) && sigaction(signal_number, &action, &former_action) == 0 &&
+        former_action.sa_handler != SIG_DFL) {
+      sigaction(signal_number, &former_action, nullptr);
+    }
   }
-  // A write to a broken pipe, or past the limit on file sizes, fails like any other. Handlers,
-  // because the bundler would inherit that a signal is ignored.
-  for (const int signal_number : {SIGPIPE, SIGXFSZ}) {
-    Handle(signal_number, [](int) {});
-  }
+  sigprocmask(SIG_SETMASK, &former_mask, nullptr);
   // While this signal is ignored, nobody can learn how the bundler ended.
   signal(SIGCHLD, SIG_DFL);
 }
@@ -315,6 +328,7 @@ class BundlerProcess {
   BundlerProcess& operator=(const BundlerProcess&) = delete;
 
   util::ProcessStatus Execute(const string& cmd_args) {
+    util::Process::AdoptOrphans();  // a shell script's commands, for example
     // Not `Process::Execute`: the caller may have left children of its own to this process.
     const util::ProcessStatus status = process_.Start(cmd_args);
     return status == util::PROCESS_SUCCESS ? process_.Wait(kBundlerSilenceLimit) : status;

@@ -150,15 +150,16 @@ class Place(tempfile.TemporaryDirectory):
                  "FOLDER": self.name, "MALLOC_PERTURB_": "85", "BUNDLER": case.bundler, **case.env}
         return {name: value for name, value in names.items() if value is not None}
 
-    def start(self, case, wrapper=()):
-        """Returns the child of a run, in a process group of its own."""
+    def start(self, case, wrapper=(), **options):
+        """Returns the child of a run, in a session of its own unless the options say otherwise."""
         command = [*wrapper, self.tool, *case.args]
         command += ["--image3=kind=elf,sm=gfx908,file=%s.o" % self.stem] if case.image else []
         if case.before:
             before = case.before + ("" if '"$@"' in case.before else ' && exec "$@"')
             command = ["sh", "-c", before, "sh", *command]
-        return subprocess.Popen(command, cwd=self.name, env=self.environment(case), **OUTPUT,
-                                start_new_session=True, stdin=subprocess.DEVNULL)
+        options = {"start_new_session": True, **OUTPUT, **options}
+        return subprocess.Popen(command, cwd=self.name, env=self.environment(case),
+                                stdin=subprocess.DEVNULL, **options)
 
     def wrong_files(self, case):
         """Tells the files that are not what a run with status 0 has to leave."""

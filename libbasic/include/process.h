@@ -113,15 +113,23 @@ class Process {
   /// exited, and before the first.
   int GetEndSignal() const;
 
+  /// For programs of one thread that run one command at a time: makes this process the parent of
+  /// what its children leave running when they end, a shell script's commands for example, so that
+  /// `Stop` can end it. Has no effect in a process that has children already: what those leave
+  /// running could not be told from the rest.
+  static void AdoptOrphans();
+
   /// Ends the child for a program that is about to end itself. Async-signal-safe: a signal handler
   /// may call it whatever this object is doing in the interrupted thread, and must not return
   /// there.
   ///
   /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; reaps the
   /// child. Discards output until the child and all that it has started have closed it, so that
-  /// none of them is writing files any more. Does nothing without a child.
-  /// \param patience  How long to wait for all that, in milliseconds. A child that can't be killed
-  ///                  by then, or not be reaped because it is traced, is left to itself.
+  /// none of them is writing files any more. After `AdoptOrphans`, all children of this process in
+  /// the same process group get signal 9 after half of the patience, and are reaped. Does nothing
+  /// without a child.
+  /// \param patience  How long to wait for all that, in milliseconds. What can't be killed by then,
+  ///                  or not be reaped because it is traced, is left to itself.
   void Stop(uint64_t patience);
 
  private:

@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -308,6 +310,38 @@ uint64_t GetUptime() {
          static_cast<uint64_t>(now.tv_nsec) / kNanosecondsInMillisecond;
 }
 
+std::atomic<bool> s_adopts_orphans = false;
+
+// Reaps what children have left to this process, and returns whether anything of it still runs in
+// this process group. Daemons have their own.
+bool HasOrphans() {
+  pid_t reaped = s_adopts_orphans ? 1 : -1;
+  while (reaped > 0) {
+    reaped = waitpid(0, nullptr, WNOHANG);
+  }
+  return reaped == 0;
+}
+
+// Kills what children have left running in this process group.
+void KillOrphans() {
+  char list[2048];  // what does not fit comes next time
+  const int fd = s_adopts_orphans ? open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC) : -1;
+  const ssize_t size = read(fd, list, sizeof(list));
+  close(fd);
+  pid_t pid = 0;
+  for (ssize_t i = 0; i < size; ++i) {
+    if (list[i] != ' ') {
+      pid = pid * 10 + (list[i] - '0');
+      continue;
+    }
+    // The list may have the numbers of another namespace, so ask whether this is a child.
+    if (waitpid(pid, nullptr, WNOHANG) == 0 && getpgid(pid) == getpgrp()) {
+      kill(pid, SIGKILL);
+    }
+    pid = 0;
+  }
+}
+
 }  // namespace
 
 Process::Process() : pid_(-1), pipe_id_(-1), exit_code_(-1), end_signal_(0) {}
@@ -371,6 +405,13 @@ int Process::GetExitCode() const { return exit_code_; }
 
 int Process::GetEndSignal() const { return end_signal_; }
 
+void Process::AdoptOrphans() {
+  siginfo_t child;
+  const bool has_children =
+      waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
+  s_adopts_orphans = !has_children && prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
+}
+
 void Process::Stop(uint64_t patience) {
   if (pid_ < 1) {
     return;
@@ -382,10 +423,13 @@ void Process::Stop(uint64_t patience) {
   // What the child has started may still be writing files while the pipe is open.
   bool is_open = pipe_id_ > 0;
   const uint64_t begin = GetUptime();
-  for (uint64_t passed = 0; (is_running || is_open) && passed <= patience;
+  for (uint64_t passed = 0; (is_running || is_open || HasOrphans()) && passed <= patience;
        passed = GetUptime() - begin) {
-    if (is_running && passed >= patience / 2) {
-      kill(pid_, SIGKILL);
+    if (passed >= patience / 2) {
+      if (is_running) {
+        kill(pid_, SIGKILL);
+      }
+      KillOrphans();
     }
     struct pollfd pipe = {is_open ? pipe_id_ : -1, POLLIN, 0};
     if (poll(&pipe, 1, static_cast<int>(std::min(kStopInterval, patience - passed))) > 0) {

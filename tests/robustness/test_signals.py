@@ -96,6 +96,33 @@ def test_signal_at_any_moment(sent_signal, bundler, target, request):
         expect_none([run(case, act=functools.partial(send, delay))])
 
 
+ALL_ENDING = signal.valid_signals() - {
+    signal.SIGKILL, signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU, signal.SIGCONT,
+    signal.SIGCHLD, signal.SIGURG, signal.SIGWINCH}
+
+
+@pytest.mark.parametrize("number", sorted(ALL_ENDING))
+def test_each_signal_that_ends_a_run_cleans_up(number):
+    expect_none([run(Case("signal", status=(-number,), error="", before='ulimit -c 0; exec "$@"',
+                          bundler='echo >"$out"; exec >&- 2>&-; kill -%d $PPID; exec sleep 60' % number))])
+
+
+# A new group in the session of the test, as a shell's jobs are: a session of its own can't be stopped.
+@pytest.mark.parametrize("stop", [signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU])
+def test_stopped_run_goes_on(stop, request):
+    with Place() as place:
+        for _ in range(400 if request.config.getoption("full") else 40):
+            child = place.start(Case("stopped"), start_new_session=False, preexec_fn=os.setpgrp)
+            time.sleep(random.uniform(0, 0.003))
+            os.killpg(child.pid, stop)
+            flags = os.WSTOPPED | os.WEXITED | os.WNOWAIT | os.WNOHANG
+            is_stopped = await_true(lambda: os.waitid(os.P_PID, child.pid, flags))
+            os.killpg(child.pid, signal.SIGCONT)
+            assert is_stopped, "it hangs"
+            assert child.wait(30) == 0
+        assert place.leftovers() == set()
+
+
 def test_file_of_the_user_stays():
     with Place() as place:
         case = Case("kept", args=("-fatbin=inc", "-create=fat"), status=(-signal.SIGTERM,), error="",
@@ -109,6 +136,27 @@ def test_child_of_the_bundler_does_not_write_later():
     child = '(while [ -d /proc/$$ ]; do :; done; echo late >"$out") & '
     expect_none([run(Case("late child", status=(-signal.SIGTERM,), error="",
                           bundler=child + "kill -TERM $PPID; exec sleep 60"))])
+
+
+@pytest.mark.parametrize("before", [
+    "", "exec >&- 2>&-; ", "n=300; while [ $((n -= 1)) -gt 0 ]; do sleep 60 & done; "])
+def test_command_of_a_script_does_not_write_later(before):
+    script = before + 'kill -TERM $PPID; sleep 60; echo late >"$out"'
+    expect_none([run(Case("script", status=(-signal.SIGTERM,), error="", bundler=script))])
+
+
+@pytest.mark.parametrize("name, before, bundler", [
+    ("handed down", "sleep 60 >/dev/null 2>&1 & echo $! >spared", ":"),
+    ("daemon", ":", "setsid sleep 60 >/dev/null 2>&1 & echo $! >spared")])
+def test_what_is_not_the_bundlers_is_spared(name, before, bundler):
+    with Place() as place:
+        child = place.start(Case(name, before=before + '; exec "$@"',
+                                 bundler=bundler + "; kill -TERM $PPID; exec sleep 60"))
+        assert child.wait() == -signal.SIGTERM
+        spared = int(place.path("spared").read_text())
+        assert os.waitid(os.P_PID, spared, os.WEXITED | os.WNOHANG) is None
+        os.kill(spared, signal.SIGKILL)
+        os.waitpid(spared, 0)
 
 
 @pytest.mark.parametrize("ignored", ["INT", "TERM", "HUP", "QUIT", "INT,TERM,HUP,QUIT"])
