@@ -189,17 +189,24 @@ class FileWriter {
 
   /// Writes what is buffered and closes the file. Without this call, the destructor closes it, and
   /// nobody learns of a failure.
-  /// \return False with "write file: %s" or "close file: %s".
+  /// \return False with "write file: %s", also if an earlier write has failed, or with
+  ///         "close file: %s".
   bool Close();
 
   /// Returns why the last `Open` failed, in the system's words; empty after a good one.
   const std::string& GetError() const;
 
  private:
+  friend class AtomicFileWriter;
+
+  bool Use(FILE* fp);
   bool Flush();
+  bool Fail(int error);
+  void Abandon();
 
   FileHandler handler_;
   FILE* fp_ = nullptr;  // owned by `handler_`
+  int error_ = 0;       // `errno` of the last write that failed
 };
 
 /// Writes a file so that nobody reads a part of it: what is written goes into a draft beside the
@@ -243,9 +250,9 @@ class AtomicFileWriter {
   bool Write(const void* data, size_t size);
 
   /// Completes the file and lets it appear under its name.
-  /// \return False with "write file: %s", "close file: %s" or "rename file: %s", or with a text of
-  ///         `Open` or "read file: %s" if the draft has to be copied. The draft is then removed
-  ///         with this object.
+  /// \return False with "write file: %s", also if an earlier `Write` has failed, "close file: %s" or
+  ///         "rename file: %s", or with a text of `Open` or "read file: %s" if the draft has to be
+  ///         copied. The draft is then removed with this object.
   bool Commit();
 
   /// Removes the draft for a program that is about to end itself. Async-signal-safe: a signal

@@ -416,24 +416,16 @@ bool FileReader::Use(FILE* fp) {
 }
 
 bool FileWriter::Open(const std::string& file, bool append) {
-  fp_ = handler_.Open(file, append ? "abe" : "wbe");
-  return ReportOpen(fp_, handler_);
+  return Use(handler_.Open(file, append ? "abe" : "wbe"));
 }
 
-bool FileWriter::Open(int fd) {
-  fp_ = handler_.Open(fd, "wb");
-  return ReportOpen(fp_, handler_);
-}
+bool FileWriter::Open(int fd) { return Use(handler_.Open(fd, "wb")); }
 
 bool FileWriter::Write(const void* data, size_t size) {
   if (!CheckOpen(fp_)) {
     return false;
   }
-  if (fwrite(data, 1, size, fp_) != size) {
-    SetLastError("write file: %s", strerror(errno));
-    return false;
-  }
-  return true;
+  return fwrite(data, 1, size, fp_) == size || Fail(errno);
 }
 
 bool FileWriter::WriteRest(FileReader& reader) {
@@ -454,15 +446,31 @@ bool FileWriter::WriteRest(FileReader& reader) {
   return true;
 }
 
+bool FileWriter::Use(FILE* fp) {
+  fp_ = fp;
+  error_ = 0;
+  return ReportOpen(fp, handler_);
+}
+
 bool FileWriter::Flush() {
   if (!CheckOpen(fp_)) {
     return false;
   }
-  if (fflush(fp_) != 0) {
-    SetLastError("write file: %s", strerror(errno));
-    return false;
+  if (error_ != 0) {
+    return Fail(error_);
   }
-  return true;
+  return fflush(fp_) == 0 || Fail(errno);
+}
+
+bool FileWriter::Fail(int error) {
+  error_ = error;
+  SetLastError("write file: %s", strerror(error));
+  return false;
+}
+
+void FileWriter::Abandon() {
+  handler_.CloseHandle();
+  fp_ = nullptr;
 }
 
 bool FileWriter::Close() {
@@ -489,6 +497,7 @@ AtomicFileWriter::~AtomicFileWriter() {
 bool AtomicFileWriter::Open(const std::string& file, const std::string& draft_prefix) {
   RemoveDraft();
   CloseDirectory();
+  writer_.Abandon();
   file_ = file;
   struct stat older;
   std::string target;

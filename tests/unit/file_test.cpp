@@ -219,6 +219,38 @@ TEST_F(AtomicFileTest, PermissionsAndLinksStay) {
   EXPECT_EQ(fs::status(At("fresh")).permissions(), static_cast<fs::perms>(0640));
 }
 
+TEST_F(AtomicFileTest, FailedWriteIsNeverCommitted) {
+  InFork([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = {};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlim_t usual_limit = std::exchange(limit.rlim_cur, 5000);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const std::string text(9999, 'x');
+    EXPECT_TRUE(Begin("file"));
+    EXPECT_FALSE(writer_->Write(text.data(), text.size()));
+    limit.rlim_cur = usual_limit;
+    setrlimit(RLIMIT_FSIZE, &limit);
+    for (int attempt = 1; attempt <= 2; ++attempt) {
+      EXPECT_FALSE(writer_->Commit());
+      EXPECT_EQ(GetLastError(), "write file: File too large");
+    }
+    EXPECT_FALSE(fs::exists(At("file")));
+    EXPECT_TRUE(Begin("file") && writer_->Commit());
+  });
+}
+
+TEST_F(AtomicFileTest, NothingIsCommittedAfterAFailedOpen) {
+  EXPECT_TRUE(Begin("file"));
+  {
+    const Fault fault("getentropy", ENOSYS);
+    EXPECT_FALSE(Begin("other"));
+  }
+  EXPECT_FALSE(writer_->Commit());
+  EXPECT_EQ(GetLastError(), "no file is open");
+  EXPECT_EQ(Names(), Strings());
+}
+
 TEST_F(AtomicFileTest, WhatCannotBeReplacedIsWrittenInPlace) {
   Make("file", "a longer older file");
   const ino_t inode = Inode("file");
