@@ -92,12 +92,13 @@ void ReserveForText(int64_t size, std::string& text) {
   }
 }
 
-// Whether a descriptor that others may use too, as it has no close-on-exec, is open on the file.
+// Whether the file is open for writing on a descriptor that others may use too, as it has no
+// close-on-exec.
 bool IsHeldOpen(const struct stat& file) {
   const auto is_on_file = [&file](int fd) {
     struct stat status;
-    return (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 && fstat(fd, &status) == 0 &&
-           status.st_dev == file.st_dev && status.st_ino == file.st_ino;
+    return (fcntl(fd, F_GETFD) & FD_CLOEXEC) == 0 && (fcntl(fd, F_GETFL) & O_ACCMODE) != O_RDONLY &&
+           fstat(fd, &status) == 0 && status.st_dev == file.st_dev && status.st_ino == file.st_ino;
   };
   bool is_held = false;
   const std::unique_ptr<DIR, int (*)(DIR*)> list(opendir("/proc/self/fd"), &closedir);
@@ -113,67 +114,91 @@ bool IsHeldOpen(const struct stat& file) {
   return is_held;
 }
 
-// Whether a link is one of /proc, such as /proc/self/fd/1. Some of these lead to files that their
-// text does not name.
-bool IsLinkOfProc(const std::string& link) {
+// Replaces `directory` by the parent directory of `path`, which is relative to it. `path` becomes
+// its last component.
+bool EnterDirectory(int& directory, std::string& path) {
+  const size_t name_begin = path.rfind('/') + 1;  // without a "/", `npos` plus 1 is 0
+  const std::string parent = name_begin == 0 ? "." : path.substr(0, name_begin);
+  const int former = directory;
+  const int entered =
+      openat(former < 0 ? AT_FDCWD : former, parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (entered < 0) {
+    return false;
+  }
+  directory = entered;  // before the former number can become that of another file
+  if (former >= 0) {
+    close(former);
+  }
+  path.erase(0, name_begin);
+  return true;
+}
+
+// Links of /proc, such as /proc/self/fd/1, may lead to files that their text does not name.
+bool IsInProc(int directory) {
   struct statfs file_system = {};
-  const int fd = open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
-  fstatfs(fd, &file_system);
-  close(fd);
+  fstatfs(directory, &file_system);
   return file_system.f_type == PROC_SUPER_MAGIC;
 }
 
-// Follows the links that `path` ends in, to what is no link, or to one of /proc. `status` receives
-// its status, zeros if nothing is there. Returns false with `errno` on failure.
-bool FollowLinks(std::string& path, struct stat& status) {
-  for (int count = 0; count < kMaxLinks; ++count) {
-    status = {};
-    if (lstat(path.c_str(), &status) != 0) {
+// Follows the links that `path` ends in, up to something that is not a link, or is a link in /proc.
+// `path` becomes the last name, relative to `directory`; it is empty for a link to nothing, and if
+// it can't name a file. `status` receives the status of what is there. Returns false with `errno`
+// on failure.
+bool FollowLinks(int& directory, std::string& path, struct stat& status) {
+  for (int count = 0; count <= kMaxLinks; ++count) {
+    if (path.empty() || path.back() == '/' || path.size() >= PATH_MAX) {
+      path.clear();
+      return true;
+    }
+    if (!EnterDirectory(directory, path)) {
+      return false;
+    }
+    if (fstatat(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (count > 0) {
+        path.clear();
+      }
       return errno == ENOENT;
     }
-    if (!S_ISLNK(status.st_mode) || IsLinkOfProc(path)) {
+    if (!S_ISLNK(status.st_mode) || IsInProc(directory)) {
       return true;
     }
     char text[PATH_MAX];
-    const ssize_t size = readlink(path.c_str(), text, sizeof(text));
+    const ssize_t size = readlinkat(directory, path.c_str(), text, sizeof(text));
     if (size > 0) {
-      path.resize(text[0] == '/' ? 0 : path.rfind('/') + 1);  // without a "/", `npos` plus 1 is 0
-      path.append(text, static_cast<size_t>(size));
+      path.assign(text, static_cast<size_t>(size));
     } else if (errno != EINVAL) {  // it has just been replaced by something else
       return false;
     }
   }
-  errno = ELOOP;
-  return false;
+  path.clear();
+  return true;
 }
 
-// Finds the name to rename a draft to, so that it replaces what `file` names; empty if `file` has
-// to be written in place. `older` receives the status of the file that is there, zeros if there is
-// none. Returns false with `errno` if `file` can't be written.
-bool FindTarget(const std::string& file, std::string& target, struct stat& older) {
-  target = file;
-  if (!file.empty() && file.back() == '/') {
-    target.clear();  // opening it will tell what is wrong
-    return true;
-  }
-  if (!FollowLinks(target, older)) {
+// Finds what to rename a draft to, so that it replaces what `file` names: `name` in `directory`.
+// The name is empty if `file` has to be written in place, or if opening it will tell what is wrong.
+// `older` receives the status of the file that is there, and is unchanged if there is none. Returns
+// false with `errno` if `file` can't be written.
+bool FindTarget(const std::string& file, int& directory, std::string& name, struct stat& older) {
+  name = file;
+  if (!FollowLinks(directory, name, older)) {
     return false;
   }
-  if (older.st_mode == 0 && target == file) {
+  if (name.empty() || older.st_mode == 0) {
     return true;
   }
   if (!S_ISREG(older.st_mode)) {
-    target.clear();
+    name.clear();
     return true;
   }
-  // The kernel has more rules than the permission bits. The file may have been removed just now.
+  // The kernel has more rules than the permission bits, also for links. The file may have been
+  // removed just now, or its holder been told to give up a lease.
   const int fd = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) {
-    return errno == ENOENT;
+  if (fd < 0 && errno != ENOENT && errno != EWOULDBLOCK) {
+    return false;
   }
   close(fd);
   if (IsHeldOpen(older)) {
-    target.clear();
+    name.clear();
   }
   return true;
 }
@@ -498,36 +523,29 @@ bool AtomicFileWriter::Open(const std::string& file, const std::string& draft_pr
   RemoveDraft();
   CloseDirectory();
   writer_.Abandon();
-  file_ = file;
-  struct stat older;
-  std::string target;
-  if (!FindTarget(file, target, older)) {
-    return writer_.Open(-1);
-  }
-  const size_t name_begin = target.rfind('/') + 1;
-  name_ = target.substr(name_begin);
-  if (name_.empty()) {
-    return writer_.Open(file, false);
-  }
   const std::string digits = GetRandomDigits();
   if (digits.empty()) {
     return false;
   }
-  draft_ = draft_prefix + digits;
-  const std::string directory = name_begin == 0 ? "." : target.substr(0, name_begin);
-  directory_ = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  file_ = file;
+  draft_ = draft_prefix + digits;  // from here on, a signal handler may look for it
+  struct stat older = {};
+  if (!FindTarget(file, directory_, name_, older)) {
+    return writer_.Open(-1);
+  }
   const bool is_new = older.st_mode == 0;
   const mode_t mode = is_new ? kNewFileMode : older.st_mode & kPermissionBits;
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
-  const int fd = directory_ < 0 ? -1 : openat(directory_, draft_.c_str(), flags, mode);
-  if (fd < 0 && IsRefused(errno)) {
+  const int fd = name_.empty() ? -1 : openat(directory_, draft_.c_str(), flags, mode);
+  if (name_.empty() || (fd < 0 && IsRefused(errno))) {
     CloseDirectory();
     return writer_.Open(file, false);
   }
-  if (fd >= 0 && !is_new) {
-    KeepPermissions(fd, target, older);
+  const bool is_open = writer_.Open(fd);
+  if (is_open && !is_new) {
+    KeepPermissions(fd, file, older);
   }
-  return writer_.Open(fd);
+  return is_open;
 }
 
 bool AtomicFileWriter::Write(const void* data, size_t size) { return writer_.Write(data, size); }

@@ -1,5 +1,6 @@
 #include "faults.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <cerrno>
@@ -33,12 +34,17 @@ WRAP(int, pipe2, (int* ends, int flags), (ends, flags))
 WRAP(int, fcntl, (int fd, int command, long value), (fd, command, value))
 WRAP(int, dup2, (int from, int to), (from, to))
 WRAP(ssize_t, read, (int fd, void* data, size_t size), (fd, data, size))
-WRAP(int, openat, (int directory, const char* file, int flags, mode_t mode),
-     (directory, file, flags, mode))
 WRAP(int, renameat, (int from, const char* old_name, int to, const char* new_name),
      (from, old_name, to, new_name))
 WRAP(int, getentropy, (void* data, size_t size), (data, size))
 WRAP(int, kill, (pid_t pid, int number), (pid, number))
+
+// Only for a new file.
+extern "C" int __real_openat(int directory, const char* file, int flags, mode_t mode);
+extern "C" int __wrap_openat(int directory, const char* file, int flags, mode_t mode) {
+  return (flags & O_CREAT) != 0 && Fails("openat") ? -1
+                                                   : __real_openat(directory, file, flags, mode);
+}
 
 extern "C" FILE* __real_fopen(const char* file, const char* mode);
 extern "C" FILE* __wrap_fopen(const char* file, const char* mode) {
