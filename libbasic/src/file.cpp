@@ -37,6 +37,9 @@ constexpr int kMaxLinks = 40;  // as in the kernel
 constexpr int kDescriptorsWithoutProc = 1024;
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kNewFileMode = 0666;
+constexpr mode_t kPrivateFileMode = 0600;
+constexpr auto kUnchangedOwner = static_cast<uid_t>(-1);
+constexpr auto kUnchangedGroup = static_cast<gid_t>(-1);
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
@@ -203,15 +206,26 @@ bool FindTarget(const std::string& file, int& directory, std::string& name, stru
   return true;
 }
 
-// Gives a draft the permissions of the older file.
+// Gives a draft the permissions of the older file, and its group and owner if the system allows it.
+// The owner comes last, as only the owner may set the rest.
 void KeepPermissions(int draft, const std::string& file, const struct stat& older) {
+  const bool has_group = fchown(draft, kUnchangedOwner, older.st_gid) == 0;
   constexpr char name[] = "system.posix_acl_access";
-  char acl[2048];
-  const ssize_t size = getxattr(file.c_str(), name, acl, sizeof(acl));
-  // With a list, the bits for the group are a mask.
-  if (size < 0 || fsetxattr(draft, name, acl, static_cast<size_t>(size), 0) != 0) {
-    fchmod(draft, older.st_mode & kPermissionBits);
+  const ssize_t size = getxattr(file.c_str(), name, nullptr, 0);
+  const bool has_list = size > 0;
+  std::string list(has_list ? static_cast<size_t>(size) : 0, '\0');
+  if (!has_group || !has_list || getxattr(file.c_str(), name, list.data(), list.size()) != size ||
+      fsetxattr(draft, name, list.data(), list.size(), 0) != 0) {
+    fremovexattr(draft, name);  // one that the directory gives to new files
+    mode_t mode = older.st_mode & kPermissionBits;
+    if (!has_group || has_list) {
+      // Another group, or a mask in the place of its bits: it may do no more than all others.
+      const mode_t group_bits = mode & S_IRWXG & (mode & S_IRWXO) << 3;
+      mode = (mode & (S_IRWXU | S_IRWXO)) | group_bits;
+    }
+    fchmod(draft, mode);
   }
+  [[maybe_unused]] const bool has_owner = fchown(draft, older.st_uid, kUnchangedGroup) == 0;
 }
 
 // Whether a file system, or the owner of a directory, does not let this process create or rename a
@@ -534,7 +548,7 @@ bool AtomicFileWriter::Open(const std::string& file, const std::string& draft_pr
     return writer_.Open(-1);
   }
   const bool is_new = older.st_mode == 0;
-  const mode_t mode = is_new ? kNewFileMode : older.st_mode & kPermissionBits;
+  const mode_t mode = is_new ? kNewFileMode : kPrivateFileMode;
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   const int fd = name_.empty() ? -1 : openat(directory_, draft_.c_str(), flags, mode);
   if (name_.empty() || (fd < 0 && IsRefused(errno))) {
