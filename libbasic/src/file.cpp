@@ -235,6 +235,11 @@ bool IsRefused(int error) {
   return std::find(std::begin(reasons), std::end(reasons), error) != std::end(reasons);
 }
 
+// The same for a draft. Some file systems have fixed files, or only short names.
+bool IsDraftRefused(int error) {
+  return IsRefused(error) || error == ENOENT || error == EINVAL || error == ENAMETOOLONG;
+}
+
 bool WriteWholeFile(const std::string& file, bool append, const void* data, size_t size) {
   FileWriter writer;
   return writer.Open(file, append) && writer.Write(data, size) && writer.Close();
@@ -551,7 +556,7 @@ bool AtomicFileWriter::Open(const std::string& file, const std::string& draft_pr
   const mode_t mode = is_new ? kNewFileMode : kPrivateFileMode;
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC;
   const int fd = name_.empty() ? -1 : openat(directory_, draft_.c_str(), flags, mode);
-  if (name_.empty() || (fd < 0 && IsRefused(errno))) {
+  if (name_.empty() || (fd < 0 && IsDraftRefused(errno))) {
     CloseDirectory();
     return writer_.Open(file, false);
   }
