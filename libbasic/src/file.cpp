@@ -17,22 +17,16 @@
 #include <iterator>
 #include <memory>
 
+#include "internal.h"
 #include "misc.h"
 #include "path.h"
 
 namespace util {
 namespace {
 
-// Large enough that system calls don't count, small enough for a processor's cache.
-constexpr size_t kBlockSize = 64 * 1024;
-// The kernel copies to this alignment twice as fast as to the one of `malloc`.
-constexpr size_t kAlignment = 64;
 constexpr size_t kHugePageSize = 2 * 1024 * 1024;
 constexpr size_t kKernelCopySize = 1 << 30;
 constexpr size_t kTextChunkSize = 4095;
-// As many whole chunks as a block has room for, so that each begins where it would if it were read
-// by itself.
-constexpr size_t kTextBlockSize = kBlockSize / kTextChunkSize * kTextChunkSize;
 constexpr int kMaxLinks = 40;  // as in the kernel
 constexpr int kDescriptorsWithoutProc = 1024;
 constexpr mode_t kPermissionBits = 0777;
@@ -43,18 +37,13 @@ constexpr auto kUnchangedGroup = static_cast<gid_t>(-1);
 constexpr char kOpenFailed[] = "open file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
-// Too large for the stack of a thread.
-struct alignas(kAlignment) Block {
-  char bytes[kBlockSize];
-};
-
 struct Free {
   void operator()(uint8_t* buffer) const { free(buffer); }
 };
 
 // Makes a buffer that is fast to fill; null when there is no memory.
 std::unique_ptr<uint8_t[], Free> MakeBuffer(size_t size) {
-  const size_t alignment = size < 2 * kHugePageSize ? kAlignment : kHugePageSize;
+  const size_t alignment = size < 2 * kHugePageSize ? kReadAlignment : kHugePageSize;
   const size_t rounded_size = (std::max(size, size_t{1}) + alignment - 1) / alignment * alignment;
   std::unique_ptr<uint8_t[], Free> buffer(
       static_cast<uint8_t*>(aligned_alloc(alignment, rounded_size)));
@@ -257,12 +246,14 @@ bool File::ReadText(std::string& text) {
     return false;
   }
   ReserveForText(reader.GetSize(), text);
-  const std::unique_ptr<Block> block(new Block);
+  ReadBuffer buffer;
+  // Whole chunks, so that each begins where it would if it were read by itself.
+  const size_t size = buffer.GetSize() / kTextChunkSize * kTextChunkSize;
   bool is_read = false;
   size_t count = 0;
   do {
-    is_read = reader.Read(block->bytes, kTextBlockSize, count);
-    AppendChunks(block->bytes, count, text);
+    is_read = reader.Read(buffer.Get(), size, count);
+    AppendChunks(buffer.Get(), count, text);
   } while (is_read && count > 0);
   return is_read;
 }
@@ -480,10 +471,10 @@ bool FileWriter::WriteRest(FileReader& reader) {
          0) {
   }
   // Where the kernel can't copy or fails, reading and writing does, or gives the reason.
-  const std::unique_ptr<Block> block(new Block);
+  ReadBuffer buffer;
   size_t count = 0;
   do {
-    if (!reader.Read(block->bytes, kBlockSize, count) || !Write(block->bytes, count)) {
+    if (!reader.Read(buffer.Get(), buffer.GetSize(), count) || !Write(buffer.Get(), count)) {
       return false;
     }
   } while (count > 0);

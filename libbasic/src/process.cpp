@@ -16,17 +16,15 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <vector>
 
+#include "internal.h"
 #include "misc.h"
 
 namespace util {
 namespace {
 
 constexpr size_t kChunkSize = 4096;
-constexpr size_t kReadSize = 16 * kChunkSize;
-constexpr size_t kReadAlignment = 64;  // the kernel copies to it twice as fast
 constexpr int kPipeSize = 64 * kChunkSize;
 constexpr long kSmallProgramSize = 2 * 1024 * 1024;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
@@ -273,13 +271,9 @@ int WaitReadable(int pipe_id, uint64_t timeout) {
   return ppoll(&pipe, 1, timeout == 0 ? nullptr : &limit, nullptr);
 }
 
-struct alignas(kReadAlignment) ReadBuffer {
-  char bytes[kReadSize];
-};
-
 // Collects output until the child closes it (`PROCESS_SUCCESS`) or has to be stopped.
 ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
-  const std::unique_ptr<ReadBuffer> buffer(new ReadBuffer);  // too large for a thread's stack
+  ReadBuffer buffer;
   while (true) {
     const int ready = WaitReadable(pipe_id, timeout);
     if (ready < 0) {
@@ -289,12 +283,12 @@ ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
     if (ready == 0) {
       return PROCESS_TIMEOUT;
     }
-    const ssize_t count = read(pipe_id, buffer->bytes, kReadSize);
+    const ssize_t count = read(pipe_id, buffer.Get(), buffer.GetSize());
     if (count == 0) {
       return PROCESS_SUCCESS;
     }
     if (count > 0) {
-      AppendOutput(buffer->bytes, static_cast<size_t>(count), output);
+      AppendOutput(buffer.Get(), static_cast<size_t>(count), output);
     } else if (errno != EINTR) {
       SetLastError("read: %s", strerror(errno));
       return PROCESS_ERROR;

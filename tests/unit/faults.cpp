@@ -46,6 +46,14 @@ extern "C" int __wrap_openat(int directory, const char* file, int flags, mode_t 
                                                    : __real_openat(directory, file, flags, mode);
 }
 
+// An allocation that may fail: `new` with an alignment and `std::nothrow`.
+extern "C" void* __real__ZnwmSt11align_val_tRKSt9nothrow_t(size_t size, size_t, const void*);
+extern "C" void* __wrap__ZnwmSt11align_val_tRKSt9nothrow_t(size_t size, size_t alignment,
+                                                           const void* nothrow) {
+  return Fails("new") ? nullptr
+                      : __real__ZnwmSt11align_val_tRKSt9nothrow_t(size, alignment, nothrow);
+}
+
 extern "C" FILE* __real_fopen(const char* file, const char* mode);
 extern "C" FILE* __wrap_fopen(const char* file, const char* mode) {
   return Fails("fopen") ? nullptr : __real_fopen(file, mode);

@@ -152,6 +152,17 @@ TEST_F(FileTest, CopyGoesFromTheSecondToTheFirst) {
   EXPECT_EQ(FirstDifference(ReadAll(At("source")), content), kNone);
 }
 
+TEST_F(FileTest, FilesAreReadAndCopiedWhereMemoryIsShort) {
+  const std::string content(300000, 'x');
+  Make("source", content);
+  const Fault fault("new", ENOMEM);
+  std::string text;
+  EXPECT_TRUE(File(At("source")).ReadText(text));
+  EXPECT_EQ(FirstDifference(text, content), kNone);
+  EXPECT_TRUE(File::CopyFile(At("copy"), At("source")));
+  EXPECT_EQ(FirstDifference(ReadAll(At("copy")), content), kNone);
+}
+
 class AtomicFileTest : public FolderTest {
  protected:
   struct stat Status(const std::string& name) const {

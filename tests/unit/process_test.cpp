@@ -73,13 +73,18 @@ TEST_F(ProcessTest, WaitTellsHowTheChildEnded) {
   EXPECT_EQ(CountOpenFiles(), open_files);
 }
 
-TEST_F(ProcessTest, LargeOutputOfBothStreamsArrivesInOrder) {
+TEST_F(ProcessTest, LargeOutputOfBothStreamsArrivesInOrderAlsoWhereMemoryIsShort) {
   const std::string pad(50, 'x');
   std::string output;
   for (int i = 1; i <= 6000; ++i) output += std::to_string(i) + pad + "\n";
   const std::string script =
       "x=" + pad + "; while [ $((i+=2)) -le 6000 ]; do echo $((i-1))$x; echo $i$x >&2; done";
-  Expect(process_.Execute(Script(script), 0), PROCESS_SUCCESS, output);
+  const std::string command = Script(script);
+  for (const char* failing : {"nothing", "new"}) {
+    SCOPED_TRACE(failing);
+    const Fault fault(failing, ENOMEM);
+    Expect(process_.Execute(command, 0), PROCESS_SUCCESS, output);
+  }
 }
 
 TEST_F(ProcessTest, ZeroByteDropsTheRestOfItsChunk) {
