@@ -29,7 +29,7 @@ constexpr int kPipeSize = 64 * kChunkSize;
 constexpr long kSmallProgramSize = 2 * 1024 * 1024;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kNanosecondsInMillisecond = 1000000;
-constexpr uint64_t kStopInterval = 10;  // milliseconds
+constexpr uint64_t kStopInterval = 1;  // milliseconds
 
 // One end of a pipe, closed when it goes out of scope.
 class PipeEnd {
