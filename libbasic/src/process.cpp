@@ -135,7 +135,6 @@ void ResetSignalHandlers(bool is_in_parents_memory) {
     } else {
       continue;
     }
-    action.sa_flags = 0;
     sigaction(signal_number, &action, nullptr);
   }
 }
@@ -401,8 +400,7 @@ int Process::GetEndSignal() const { return end_signal_; }
 
 void Process::AdoptOrphans() {
   siginfo_t child;
-  const bool has_children =
-      waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0 || errno != ECHILD;
+  const bool has_children = waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0;
   s_adopts_orphans = !has_children && prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
 }
 
