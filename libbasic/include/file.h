@@ -222,12 +222,12 @@ class FileWriter {
 ///
 /// What can't be replaced is written in place: others may read a part of it, and after a failure it
 /// keeps what was written before. That is
-/// - a device, a pipe or a socket, a link to nothing, and a link of /proc, such as
-///   /proc/self/fd/1;
-/// - a file that this process holds open without `O_CLOEXEC`, as its standard output may be: what
-///   is written to that descriptor later would be lost;
+/// - a device or a pipe, a link to nothing, and a link in /proc, such as /proc/self/fd/1;
+/// - a file that this process holds open for writing without `O_CLOEXEC`, as its standard output
+///   may be, since what is written to that descriptor later would be lost;
 /// - a file in a directory in which this process may not create files;
-/// - a file over which it may not rename, such as a mount point. It is copied from the draft.
+/// - a file that the system does not let it replace, such as a mount point. It is copied from the
+///   draft.
 ///
 /// Failures leave the last-error texts of `File`, "getentropy: %s" or "no file is open". An object
 /// is used by one thread at a time.
@@ -242,7 +242,7 @@ class AtomicFileWriter {
   AtomicFileWriter& operator=(const AtomicFileWriter&) = delete;
 
   /// Begins a file, after removing a draft that has not been committed.
-  /// \param draft_prefix  The name of the draft is this and 16 random hexadecimal digits.
+  /// \param draft_prefix  The name of the draft is this and 16 random hexadecimal digits; no "/".
   /// \return False with "open file: %s" or "getentropy: %s".
   bool Open(const std::string& file, const std::string& draft_prefix);
 
@@ -254,12 +254,12 @@ class AtomicFileWriter {
   /// Completes the file and lets it appear under its name.
   /// \return False with "write file: %s", also if an earlier `Write` has failed, "close file: %s" or
   ///         "rename file: %s", or with a text of `Open` or "read file: %s" if the draft has to be
-  ///         copied. The draft is then removed with this object.
+  ///         copied. After a failure, the destructor removes the draft.
   bool Commit();
 
   /// Removes the draft for a program that is about to end itself. Async-signal-safe: a signal
-  /// handler may call it whatever this object is doing in the interrupted thread, and must not
-  /// return there. Does nothing to a file that is written in place.
+  /// handler may call it at any time in the thread that uses this object, and must then end the
+  /// program. Does nothing to a file that is written in place.
   void RemoveDraft();
 
  private:

@@ -13,11 +13,11 @@ namespace util {
 enum ProcessStatus {
   /// The operation failed or the child ended abnormally; the last-error text has the reason.
   PROCESS_ERROR = -1,
-  /// `Create`: the child was started. `Wait`: it closed its output and ended normally.
+  /// `Create`, `Start`: the child was started. `Wait`: it closed its output and ended normally.
   PROCESS_SUCCESS = 0,
   /// The child was silent for the whole timeout and has been killed.
   PROCESS_TIMEOUT = 1,
-  /// `Create`: a child is still running, so nothing was started.
+  /// `Create`, `Start`: a child is still running, so nothing was started.
   PROCESS_RUNNING = 2,
 };
 
@@ -38,9 +38,9 @@ enum ProcessStatus {
 /// Signals: the command starts with the signal mask of the calling thread. Signals that the program
 /// ignores stay ignored, and those that it handles have their default action. The thread is
 /// suspended, with all signals blocked, until the system has loaded the command; until then, a stop
-/// from the terminal does not stop the command. Not so a program that handles signals and has up to
-/// 2 MiB of memory of its own: it goes on at once. A signal handler that runs during `Wait`
-/// interrupts it, which stops the child.
+/// from the terminal does not stop the command. A program that handles signals is not suspended if
+/// it has at most 2 MiB of memory of its own. A signal handler that runs during `Wait` interrupts
+/// it, which stops the child.
 class Process {
  public:
   /// Holds no child.
@@ -70,14 +70,14 @@ class Process {
   /// `exec`.
   ProcessStatus Start(const std::string& cmd_with_args);
 
-  /// Collects the child's output until it is closed, also by all that the child has started with
-  /// it, then waits for the child's end, without a limit of time. A zero byte in the output drops
-  /// the rest of its chunk of at most 4096 bytes.
+  /// Collects output until the child and all that have inherited its output have closed it, then
+  /// waits for the child's end, without a limit of time. A zero byte in the output drops the rest
+  /// of its chunk of at most 4096 bytes.
   /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It
   ///                 restarts with each output and ends once the child has closed its output.
   /// \return `PROCESS_SUCCESS` for an exit with code 0, and for an end by signal 9.
-  ///         `PROCESS_TIMEOUT` after the timeout, without a text; the child has been killed, but
-  ///         not what it has started.
+  ///         `PROCESS_TIMEOUT` after the timeout, without a text; the child has been killed if it
+  ///         still ran, but not what it has started.
   ///         `PROCESS_ERROR` for any other end ("The child process exits unexpectedly"), without a
   ///         child ("invalid pid or pipe id"), and when a system call fails: "select: %s",
   ///         "read: %s" (in both cases the child has been killed), "kill: %s", "waitpid: %s" (if a
@@ -113,15 +113,15 @@ class Process {
   /// exited, and before the first.
   int GetEndSignal() const;
 
-  /// For programs of one thread that run one command at a time: makes this process the parent of
-  /// what its children leave running when they end, a shell script's commands for example, so that
-  /// `Stop` can end it. Has no effect in a process that has children already: what those leave
-  /// running could not be told from the rest.
+  /// For programs of one thread that run one command at a time. From now on, descendants of this
+  /// process whose parent ends become its children: the commands of a shell script, for example.
+  /// `Stop` can then end them too, and reaps those that have ended. While one runs, `Create` may
+  /// return `PROCESS_RUNNING`; use `Start`. Has no effect in a process that has children already,
+  /// as what those leave running could not be told from the rest.
   static void AdoptOrphans();
 
   /// Ends the child for a program that is about to end itself. Async-signal-safe: a signal handler
-  /// may call it whatever this object is doing in the interrupted thread, and must not return
-  /// there.
+  /// may call it at any time in the thread that uses this object, and must then end the program.
   ///
   /// Sends SIGTERM, and signal 9 to a child that still runs after half of the patience; reaps the
   /// child. Discards output until the child and all that it has started have closed it, so that
