@@ -27,7 +27,6 @@ def small_disks():
 
 def cases(is_full):
     limits = (0, 1, 1000, 4096, 5000, 65536, 200000) if is_full else (0, 5000, 65536)
-    to_full = "-fatbin=/dev/full"
     printing = ("-fatbin=inc", "-create=fat", "-v")
     many_words = ("--image3",) + ("a",) * 100000
     return [
@@ -41,9 +40,6 @@ def cases(is_full):
                exec prlimit --as={size << 20}:unlimited "$@" """,
                error="bad_alloc|Cannot allocate memory")
           for size in (range(2, 24) if is_full else (4, 6, 8, 12, 16, 22))),
-        Case("include file on a full device", args=(to_full,), status=(1,), error="No space left"),
-        Case("include file on a full device, fat binary kept", args=(to_full, "-create=fat"),
-             status=(1,), error="No space left"),
         Case("no fat binary", args=TEMPORARY + ("-create=/dev/null",), status=(1,),
              error="Failed to read /dev/null: it is not a regular file"),
         Case("fat binary on a full device", args=TEMPORARY + ("-create=/dev/full",), status=(1,)),

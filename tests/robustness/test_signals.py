@@ -80,22 +80,6 @@ def test_signal_at_each_system_call(sent_signal, bundler, target, request):
     expect_none([*reports, not any(are_made) and "no run made any of the calls: %s" % calls])
 
 
-@pytest.mark.parametrize("target", TARGETS)
-@pytest.mark.parametrize("bundler", ["quick", "deaf"])
-@pytest.mark.parametrize("sent_signal", ENDING_SIGNALS, ids=lambda sent: sent.name)
-def test_signal_at_any_moment(sent_signal, bundler, target, request):
-    def send(delay, _, child):
-        time.sleep(delay)
-        TARGETS[target](child.pid, sent_signal)
-        return time.monotonic()
-    status = (-sent_signal, 0) if bundler == "quick" else (-sent_signal,)
-    for n in range(25 if request.config.getoption("full") else 3):
-        delay = random.uniform(0, 0.02)
-        case = Case("signal after %f s" % delay, bundler=BUNDLERS[bundler], size=1000000,
-                    status=status, error="")
-        expect_none([run(case, act=functools.partial(send, delay))])
-
-
 ALL_ENDING = signal.valid_signals() - {
     signal.SIGKILL, signal.SIGSTOP, signal.SIGTSTP, signal.SIGTTIN, signal.SIGTTOU, signal.SIGCONT,
     signal.SIGCHLD, signal.SIGURG, signal.SIGWINCH}
