@@ -1,5 +1,5 @@
 """Bundlers that misbehave."""
-from support import KEPT, Case, expect_none, kept_and_temporary, run
+from support import KEPT, PRIVATE_MOUNTS, Case, expect_none, kept_and_temporary, run
 
 
 def cases(is_full):
@@ -40,6 +40,12 @@ def cases(is_full):
              status=(0,), output=r"\A0\n1\n2\n3\n\Z"),
         Case("finds all standard streams", before='exec "$@" <&-',
              bundler='cp "$in" "$out"; ls /proc/self/fd', status=(0,), output=r"\A0\n1\n2\n3\n\Z"),
+        Case("sees the terminal change its size", status=(0,),
+             bundler='kill -WINCH $PPID; kill -URG $PPID; exec cp "$in" "$out"'),
+        # The system spares it the end by a signal.
+        *([Case("ends the first process of a container", status=(143,), error="",
+                before='exec %s -pf "$@"' % " ".join(PRIVATE_MOUNTS),
+                bundler="kill -TERM $PPID; exec sleep 60")] if PRIVATE_MOUNTS else []),
         Case("ends while the caller ignores SIGCHLD", before='exec env --ignore-signal=CHLD "$@"',
              status=(0,)),
         *(Case("exits with %d" % code, bundler='cp "$in" "$out"; exit %d' % code,

@@ -53,6 +53,9 @@ def cases(is_full):
         Case("output that nobody reads", args=printing,
              bundler='cp "$in" "$out"; yes | head -c 300000', status=(0,),
              before='{ "$@"; echo $? >status; } | : && exit $(cat status)'),
+        Case("more output than memory", before='exec prlimit --as=%d:unlimited "$@"' % (64 << 20),
+             bundler='ulimit -S -v unlimited; yes | head -c 99999999; exec sleep 60', status=(1,),
+             error="bad_alloc"),
         Case("stack of 64 KiB", before='ulimit -s 64; exec "$@"', status=(0,)),
         *kept_and_temporary([
             *(Case("files of %d bytes" % limit, size=SMALL, status=(1,), error="too large",

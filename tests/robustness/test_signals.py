@@ -123,7 +123,7 @@ def test_child_of_the_bundler_does_not_write_later():
 
 
 @pytest.mark.parametrize("before", [
-    "", "exec >&- 2>&-; ", "n=300; while [ $((n -= 1)) -gt 0 ]; do sleep 60 & done; "])
+    "exec >&- 2>&-; sleep 60 & ", "n=300; while [ $((n -= 1)) -gt 0 ]; do sleep 60 & done; "])
 def test_command_of_a_script_does_not_write_later(before):
     script = before + 'kill -TERM $PPID; sleep 60; echo late >"$out"'
     expect_none([run(Case("script", status=(-signal.SIGTERM,), error="", bundler=script))])

@@ -13,6 +13,9 @@ RUN = Case("run", status=(0,))
 # After the tool, which has 5000 bytes for a file, a condition must hold.
 THEN = '''; prlimit --fsize=5000:unlimited "$@"; status=$?; %s || exit 9; exit $status'''
 LIFTED = 'ulimit -S -f unlimited; exec cp "$in" "$out"'
+READ_ONLY_DIRECTORY = """mkdir disk; echo older >disk/inc; exec %s sh -c '
+    mount --bind disk disk && mount --bind disk/inc disk/inc &&
+    mount -o remount,bind,ro disk && exec "$@"' sh "$@" """ % " ".join(PRIVATE_MOUNTS)
 AS_NOBODY = "setpriv --reuid=65534 --clear-groups " if os.getuid() == 0 else ""
 
 
@@ -77,12 +80,15 @@ def cases(_):
                     error=error, **options)
     too_large = "Failed to write inc: write file: File too large"
     is_older = '[ "$(cat %s)" = older ]'
-    mounted = "echo older >inc; exec %s sh -c 'mount --bind inc inc && exec \"$@\"' sh \"$@\""
     return [
         made("file in a directory that may not be written", args=("-fatbin=locked/inc",), before="""
-             mkdir locked; echo older >locked/inc; chmod 666 locked/inc; chmod 555 locked;
+             mkdir locked; echo older >locked/inc; chmod 666 locked/inc; chmod 111 locked;
              exec %s"$@" """ % AS_NOBODY),
-        *([made("mounted file", mounted % " ".join(PRIVATE_MOUNTS))] if PRIVATE_MOUNTS else []),
+        made("writable file of another user in a shared directory", args=("-fatbin=shared/inc",),
+             before="""mkdir shared; echo older >shared/inc; chmod 666 shared/inc;
+             chmod 1777 shared; exec %s"$@" """ % AS_NOBODY),
+        *([made("mounted file in a read-only directory", args=("-fatbin=disk/inc",),
+                before=READ_ONLY_DIRECTORY)] if PRIVATE_MOUNTS else []),
         failed("new file", ":", "! [ -e inc ]", too_large),
         failed("older file", ":", is_older % "inc", too_large, older=b"older\n"),
         failed("link to a file", "mv inc target; ln -s target inc",
@@ -97,9 +103,7 @@ def cases(_):
         failed("pipe without a reader", "mkfifo inc; head -c 10 inc >start & :", "[ -p inc ]",
                "Failed to write inc: write file: Broken pipe"),
         failed("file that runs", 'cp "$(command -v sleep)" inc; ./inc 60 & :', "kill $! && [ -x inc ]",
-               "Failed to write inc: open file: Text file busy", may_leave_files=True),
-        failed("folder", "mkdir inc", "[ -d inc ]",
-               "Failed to write inc: open file: Is a directory")]
+               "Failed to write inc: open file: Text file busy", may_leave_files=True)]
 
 
 def test_include_file(case):
