@@ -126,7 +126,6 @@ class Place(tempfile.TemporaryDirectory):
         super().__init__(prefix="tavrofuse_robustness_", dir="/tmp")
         os.chmod(self.name, 0o777)
         self.stem, self.image = os.path.basename(self.name), os.urandom(size)
-        self.left_alone = set()
         self.path(self.stem + ".o").write_bytes(self.image)
         shutil.copytree(HERE / "stand_in", self.path("bundler"))
 
@@ -134,7 +133,7 @@ class Place(tempfile.TemporaryDirectory):
         return self
 
     def __exit__(self, *_):
-        subprocess.run(["rm", "-rf", *self.leftovers(), *self.left_alone], check=True)
+        subprocess.run(["rm", "-rf", *self.leftovers()], check=True)
         self.cleanup()
 
     def path(self, name):
@@ -143,7 +142,7 @@ class Place(tempfile.TemporaryDirectory):
     def leftovers(self):
         """Returns the temporary files and the drafts that are left of the runs."""
         left = [*pathlib.Path("/tmp").glob(self.stem + "-*"), *self.path("").rglob(".tavrofuse-*")]
-        return set(map(str, left)) - self.left_alone
+        return set(map(str, left))
 
     def environment(self, case):
         names = {"PATH": os.environ["PATH"], "ROCM_PATH": ".", "HIP_CLANG_PATH": "bundler",

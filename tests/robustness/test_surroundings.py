@@ -1,10 +1,8 @@
-"""An unfriendly /tmp, environment and command line; closed standard streams."""
+"""An unfriendly environment and command line; closed standard streams."""
 import dataclasses
-import os
-import time
 
 from jobs import JOBS
-from support import COPY, KEPT, Case, Place, difference, expect_none, read, run
+from support import COPY, KEPT, Case, expect_none, run
 
 TEXTS = {"conversions": "%n%s%n", "two lines": "a\nb", "terminal codes": "\033[2J\033]0;x\a",
          "substitution": "$(touch inc)", "command": "; rm -rf .", "parents": "../../..",
@@ -48,25 +46,3 @@ def cases(is_full):
 
 def test_surroundings(case):
     expect_none([run(case)])
-
-
-# Puts another user's links, folders and pipes under the names that can be guessed.
-def plant(place):
-    place.path("victim").write_bytes(b"precious")
-    makers = (lambda name: os.symlink(place.path("victim"), name), os.mkdir, os.mkfifo)
-    for second in range(60):
-        at = time.localtime(time.time() + second)[1:6]
-        for number, end in enumerate(("", ".fatbin", "-%016x.fatbin" % 0)):
-            name = "/tmp/%s-%s%s" % (place.stem, "%x%x%x%x%x" % at, end)
-            makers[(second + number) % 3](name)
-            place.left_alone.add(name)
-            os.lchown(name, *((65534, 65534) if os.getuid() == 0 else (-1, -1)))
-
-
-def test_planted_names_are_not_used():
-    with Place() as place:
-        plant(place)
-        expect_none(run(Case("run %d" % n, args=("-fatbin=inc.%d" % n,), status=(0,)), place)
-                    for n in range(20))
-        expect_none(place.leftovers())
-        expect_none([difference("victim", read(place.path("victim")), b"precious")])
