@@ -224,7 +224,7 @@ TEST_F(AtomicFileTest, PermissionsAndLinksStay) {
   EXPECT_EQ(fs::status(At("fresh")).permissions(), static_cast<fs::perms>(0640));
 }
 
-// An access control list as the system stores it: for each, tag, permissions and id.
+// An access control list as the system stores it, in entries of tag, permissions and id.
 std::string AccessList(uint32_t user_count) {
   std::string list("\2\0\0\0\1\0\6\0\xff\xff\xff\xff", 12);  // version; owner
   for (uint32_t user = 1; user <= user_count; ++user) {

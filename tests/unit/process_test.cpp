@@ -166,6 +166,9 @@ TEST_F(ProcessTest, StopLetsAChildCleanUpAndKillsOneThatIgnoresIt) {
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
   }
   EXPECT_TRUE(fs::exists(At("clean")));
+}
+
+TEST_F(ProcessTest, StopWaitsForWhatTheChildHasStarted) {
   const std::string late = "; sleep 0.2; echo > " + At("late") + ") & wait";
   EXPECT_EQ(process_.Create(Script("(echo > " + At("ready") + late)), PROCESS_SUCCESS);
   while (!fs::remove(At("ready"))) std::this_thread::yield();
