@@ -217,8 +217,7 @@ class FileWriter {
 /// The file keeps the permissions of an older one, and its owner and group if the system lets this
 /// process set them. If the group or the access control list can't be kept, the group gets no more
 /// permissions than all others. A symbolic link stays, and what it points to is replaced; the draft
-/// is then beside that.
-/// Another hard link to the older file keeps the old content.
+/// is then beside that. Another hard link to the older file keeps the old content.
 ///
 /// What can't be replaced is written in place: others may read a part of it, and after a failure it
 /// keeps what was written before. That is

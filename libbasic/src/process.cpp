@@ -29,7 +29,8 @@ constexpr int kPipeSize = 64 * kChunkSize;
 constexpr long kSmallProgramSize = 2 * 1024 * 1024;
 constexpr uint64_t kMillisecondsPerSecond = 1000;
 constexpr uint64_t kNanosecondsInMillisecond = 1000000;
-constexpr uint64_t kStopInterval = 1;  // milliseconds
+// Milliseconds. Each round finds the children of those that the round before has killed.
+constexpr uint64_t kStopInterval = 1;
 
 // One end of a pipe, closed when it goes out of scope.
 class PipeEnd {
