@@ -2,7 +2,6 @@
 #define LIBBASIC_MISC_H_
 
 #include <cstdarg>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <type_traits>
@@ -78,10 +77,6 @@ FormatResult<String> StrFormat(String&& format, Args... args) {
   return static_cast<std::string (*)(const char*, ...)>(StrFormat)(text.c_str(), args...);
 }
 
-/// Appends to `text` what `StrFormat` would return.
-void AppendFormat(std::string& text, const char* format, va_list ap)
-    __attribute__((format(printf, 2, 0)));
-
 /// Splits text at each occurrence of a delimiter. Empty pieces are dropped, so that leading,
 /// trailing and repeated delimiters yield nothing; text without the delimiter yields itself.
 ///
@@ -152,9 +147,6 @@ int64_t GetTimestamp();
 /// \param with_usec  Whether the microseconds follow, as in "20250102_130405.52".
 std::string GetSystemTime(bool with_usec);
 
-/// Appends to `text` what `GetSystemTime` would return.
-void AppendSystemTime(std::string& text, bool with_usec);
-
 /// Returns `timestamp` as local time, such as "2025/01/02_13:04:05". For one thread at a time, as
 /// it uses `localtime`.
 /// \param timestamp  Microseconds since the Epoch. Before the Epoch, the microseconds of a fraction
@@ -183,17 +175,6 @@ std::string GetCallStack();
 
 /// Returns false: no call stack is collected on this platform.
 bool IsSupportCallStack();
-
-/// \}
-/// \name Memory
-/// \{
-
-/// Asks the kernel for huge pages under a large buffer that is about to be filled for the first
-/// time: faulting in hundreds of megabytes page by page can cost more than the work on them. Best
-/// effort: content and ownership don't change, and a buffer of less than 4 MiB is ignored.
-/// \param buffer  The buffer, just allocated.
-/// \param size    Its size in bytes.
-void PreferHugePages(void* buffer, size_t size);
 
 /// \}
 

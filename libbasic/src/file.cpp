@@ -68,14 +68,6 @@ bool CheckOpen(const FILE* fp) {
   return true;
 }
 
-// Appends what was read, as text: in each chunk, a zero byte drops the rest.
-void AppendChunks(const char* bytes, size_t size, std::string& text) {
-  for (size_t begin = 0; begin < size; begin += kTextChunkSize) {
-    const char* chunk = bytes + begin;
-    text.append(chunk, strnlen(chunk, std::min(kTextChunkSize, size - begin)));
-  }
-}
-
 // Makes room for a file of `size` bytes; a negative size is unknown.
 void ReserveForText(int64_t size, std::string& text) {
   if (size > 0) {
@@ -253,7 +245,7 @@ bool File::ReadText(std::string& text) {
   size_t count = 0;
   do {
     is_read = reader.Read(buffer.Get(), size, count);
-    AppendChunks(buffer.Get(), count, text);
+    AppendChunks(buffer.Get(), count, kTextChunkSize, text);
   } while (is_read && count > 0);
   return is_read;
 }

@@ -17,6 +17,7 @@
 #include <memory>
 #include <string_view>
 
+#include "internal.h"
 #include "misc.h"
 #include "path.h"
 
@@ -27,8 +28,6 @@ constexpr size_t kLineReserve = 1024;
 constexpr size_t kAssistHeaderLimit = 4094;
 constexpr size_t kHostNameSize = 1024;
 constexpr int64_t kLogFileSizeLimit = 64 * 1024 * 1024;
-constexpr long kMillisecondsInSecond = 1000;
-constexpr long kNanosecondsPerMillisecond = 1000000;
 
 // Indexed by level. Constants, as lines are logged before globals are constructed and after they
 // are destroyed.
@@ -38,7 +37,7 @@ constexpr const char* kLevelNames[kLogEnd] = {"",     "fatal", "error", "warning
 std::string GetProcessName() { return Path::GetLastName(Path::GetProcessPath()); }
 
 long GetChangeTime(const struct stat& status) {
-  return status.st_ctim.tv_sec * kMillisecondsInSecond +
+  return status.st_ctim.tv_sec * kMillisecondsPerSecond +
          status.st_ctim.tv_nsec / kNanosecondsPerMillisecond;
 }
 

@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "build_info.h"
+#include "internal.h"
 
 namespace util {
 namespace {
@@ -33,8 +34,6 @@ constexpr size_t kShortTextSize = 512;
 constexpr size_t kTimeTextSize = 1024;
 constexpr size_t kSystemTimeSize = sizeof("20250102_130405.000052");
 constexpr size_t kHugeBufferSize = 4 * 1024 * 1024;
-constexpr int64_t kMicrosecondsPerSecond = 1000000;
-constexpr int64_t kNanosecondsPerMicrosecond = 1000;
 
 // An array, as a string would be destroyed with the thread, before the last of what may set it.
 thread_local char s_error_msg[kLastErrorSize];

@@ -27,8 +27,6 @@ namespace {
 constexpr size_t kChunkSize = 4096;
 constexpr int kPipeSize = 64 * kChunkSize;
 constexpr long kSmallProgramSize = 2 * 1024 * 1024;
-constexpr uint64_t kMillisecondsPerSecond = 1000;
-constexpr uint64_t kNanosecondsInMillisecond = 1000000;
 // Milliseconds. Each round finds the children of those that the round before has killed.
 constexpr uint64_t kStopInterval = 1;
 
@@ -243,8 +241,8 @@ pid_t StartChild(char* const* args, int write_end, const sigset_t& mask, bool is
   return pid;
 }
 
-// Appends what was read, as text: in each chunk, a zero byte drops the rest. Several chunks are
-// read at once if they are there, as if the reader had been a little late.
+// Appends what was read. Several chunks are read at once if they are there, as if the reader had
+// been a little late.
 void AppendOutput(const char* bytes, size_t size, std::string& output) {
   if (output.capacity() - output.size() < size) {
     // As `reserve` does, but with huge pages under the copy. A chunk more than double, so that
@@ -255,10 +253,7 @@ void AppendOutput(const char* bytes, size_t size, std::string& output) {
     grown += output;
     output.swap(grown);
   }
-  for (size_t begin = 0; begin < size; begin += kChunkSize) {
-    const char* chunk = bytes + begin;
-    output.append(chunk, strnlen(chunk, std::min(kChunkSize, size - begin)));
-  }
+  AppendChunks(bytes, size, kChunkSize, output);
 }
 
 // Waits until the pipe is readable; a timeout of 0 means no limit. Returns 0 after the timeout, and
@@ -267,7 +262,7 @@ int WaitReadable(int pipe_id, uint64_t timeout) {
   struct pollfd pipe = {pipe_id, POLLIN, 0};
   struct timespec limit;
   limit.tv_sec = static_cast<time_t>(timeout / kMillisecondsPerSecond);
-  limit.tv_nsec = static_cast<long>(timeout % kMillisecondsPerSecond * kNanosecondsInMillisecond);
+  limit.tv_nsec = static_cast<long>(timeout % kMillisecondsPerSecond * kNanosecondsPerMillisecond);
   return ppoll(&pipe, 1, timeout == 0 ? nullptr : &limit, nullptr);
 }
 
@@ -301,7 +296,7 @@ uint64_t GetUptime() {
   struct timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<uint64_t>(now.tv_sec) * kMillisecondsPerSecond +
-         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsInMillisecond;
+         static_cast<uint64_t>(now.tv_nsec) / kNanosecondsPerMillisecond;
 }
 
 std::atomic<bool> s_adopts_orphans = false;
