@@ -7,6 +7,8 @@
 #include <string>
 #include <type_traits>
 
+#include "misc.h"
+
 /// \file
 /// The process-wide logger and the `LOG_` macros that write to it.
 
@@ -113,8 +115,9 @@ class LwLogger {
   void Write(LogLevel log_level, int line, const char* file, const std::string& info);
 
   /// Writes a text formatted as `printf` does, except that a `std::string` can be passed for
-  /// a `%s`. The compiler doesn't check the values. A null or empty format writes nothing. The
-  /// values are taken as copies, so that a constant needs no definition.
+  /// a `%s`. Values of other classes don't compile. The compiler does not check that the values fit
+  /// the format; it does for `Write(log_level, line, file, StrFormat(fmt, ...))`. A null or empty
+  /// format writes nothing. The values are taken as copies, so that a constant needs no definition.
   /// \param line, file  The place of the call, for the assist header; `file` is not null.
   template <typename... Args>
   void Write(LogLevel log_level, int line, const char* file, const char* fmt, Args... args) {
@@ -131,10 +134,10 @@ class LwLogger {
 
   /// Turns a string into what `%s` takes.
   static const char* CvtString(const std::string& value) { return value.c_str(); }
-  /// Gives anything but a string back as it is.
+  /// Gives anything but a string back as a variadic function receives it.
   template <typename T>
-  static const T& CvtString(const T& value) {
-    return value;
+  static auto CvtString(const T& value) {
+    return PromoteValue(value);
   }
 
   /// Makes the name of a new log file, without a folder. Creates nothing.

@@ -41,40 +41,60 @@ std::string GetLastError();
 /// \return The text up to its first NUL; an empty string when the C library can't encode it.
 std::string StrFormat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// As above, for a single integer or null pointer. A literal 0 would otherwise pass for a list of
-/// arguments.
-template <typename T>
-std::enable_if_t<std::is_integral_v<T> || std::is_null_pointer_v<T>, std::string> StrFormat(
-    const char* format, T value) {
-  return static_cast<std::string (*)(const char*, ...)>(StrFormat)(format, value);
-}
+/// \cond
+// What the other forms share. The compiler does not check their formats.
+std::string FormatList(const char* format, va_list ap);
+std::string FormatValues(const char* format, ...);
 
-/// As above, on a list of arguments. `ap` is used up: the caller may only `va_end` it.
-std::string StrFormat(const char* format, va_list ap) __attribute__((format(printf, 1, 0)));
+// A string, for a `va_list`. A literal 0 and `nullptr` would convert to one, but are values.
+template <typename List>
+using ListResult = std::enable_if_t<!std::is_null_pointer_v<List>,
+                                    decltype(FormatList(nullptr, std::declval<List&>()))>;
 
-/// As above, with the format in a string.
-std::string StrFormat(const std::string& format, va_list ap);
-
-/// The result of a form that takes what converts to a string, such as `std::filesystem::path`. What
-/// converts to a `const char*` as well has forms of its own.
+// A string, for what converts to one, such as `std::filesystem::path`. What converts to a
+// `const char*` as well has forms of its own.
 template <typename String>
 using FormatResult = std::enable_if_t<std::is_convertible_v<String, const std::string&> &&
                                           !std::is_convertible_v<String, const char*>,
                                       std::string>;
 
-/// As above, with the format in what converts to a string.
+// Returns a value as a variadic function receives it.
+template <typename T>
+auto PromoteValue(T value) {
+  static_assert(
+      std::is_scalar_v<T>,
+      "a format takes numbers, enumerations and pointers, such as the c_str() of a string");
+  if constexpr (std::is_same_v<T, float>) {
+    return static_cast<double>(value);
+  } else {
+    return value;
+  }
+}
+/// \endcond
+
+/// As above, on a list of arguments.
+/// \param ap  A `va_list`. It is used up: the caller may only `va_end` it.
+template <typename List>
+ListResult<List> StrFormat(const char* format, List ap) __attribute__((format(printf, 1, 0)));
+template <typename List>
+ListResult<List> StrFormat(const char* format, List ap) {
+  return FormatList(format, ap);
+}
+
+/// As above, with the format in what converts to a string. The compiler does not check that the
+/// values fit the format.
 template <typename String>
 FormatResult<String> StrFormat(String&& format, va_list ap) {
   const std::string& text = std::forward<String>(format);
-  return StrFormat(text, ap);
+  return FormatList(text.c_str(), ap);
 }
 
-/// As above, with the arguments in the call. A template, because a variadic function must not start
-/// its list after a parameter that is a reference.
+/// As above, with the values in the call: numbers, enumerations and pointers. A template, because a
+/// variadic function must not start its list after a parameter that is a reference.
 template <typename String, typename... Args>
 FormatResult<String> StrFormat(String&& format, Args... args) {
   const std::string& text = std::forward<String>(format);
-  return static_cast<std::string (*)(const char*, ...)>(StrFormat)(text.c_str(), args...);
+  return FormatValues(text.c_str(), PromoteValue(args)...);
 }
 
 /// Splits text at each occurrence of a delimiter. Empty pieces are dropped, so that leading,

@@ -102,14 +102,18 @@ std::string StrFormat(const char* format, ...) {
   return text;
 }
 
-std::string StrFormat(const char* format, va_list ap) {
+std::string FormatList(const char* format, va_list ap) {
   std::string text;
   Format(format, ap, text);
   return text;
 }
 
-std::string StrFormat(const std::string& format, va_list ap) {
-  return StrFormat(format.c_str(), ap);
+std::string FormatValues(const char* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  std::string text = FormatList(format, ap);
+  va_end(ap);
+  return text;
 }
 
 void AppendFormat(std::string& text, const char* format, va_list ap) { Format(format, ap, text); }
