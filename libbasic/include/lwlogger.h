@@ -1,6 +1,10 @@
 #ifndef LIBBASIC_LWLOGGER_H_
 #define LIBBASIC_LWLOGGER_H_
 
+#if __cplusplus < 201703L
+#include "libbasic needs C++17 or later"  // Unlike #error, it ends the compilation at once.
+#endif
+
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
@@ -111,14 +115,16 @@ class LwLogger {
   /// \{
 
   /// Writes finished text: a `%` in it is an ordinary character. An empty text writes nothing.
-  /// \param line, file  The place of the call, for the assist header; `file` is not null.
+  /// \param line  The line of the call, for the assist header.
+  /// \param file  The source file of the call, for the assist header; not null.
   void Write(LogLevel log_level, int line, const char* file, const std::string& info);
 
   /// Writes a text formatted as `printf` does, except that a `std::string` can be passed for
   /// a `%s`. Values of other classes don't compile. The compiler does not check that the values fit
   /// the format; it does for `Write(log_level, line, file, StrFormat(fmt, ...))`. A null or empty
   /// format writes nothing. The values are taken as copies, so that a constant needs no definition.
-  /// \param line, file  The place of the call, for the assist header; `file` is not null.
+  /// \param line  The line of the call, for the assist header.
+  /// \param file  The source file of the call, for the assist header; not null.
   template <typename... Args>
   void Write(LogLevel log_level, int line, const char* file, const char* fmt, Args... args) {
     WriteSync(log_level, line, file, fmt, CvtString(args)...);
@@ -215,24 +221,27 @@ inline void SetLogLevel(const std::string& log_level) {
 /// \name Logging
 /// These log a `std::string` as it is, or a `printf` format and its values; a literal alone is a
 /// format. When the threshold hides the level, the arguments are not evaluated. `<syslog.h>` has
-/// macros of the same names; a source can use one of the two headers.
+/// macros of the same names. A source that includes both defines `LIBBASIC_NO_LOG_MACROS` first,
+/// and writes `LWLOGGER_WRITE(util::kLogInfo, ...)`.
 /// \{
 
+#ifndef LIBBASIC_NO_LOG_MACROS
 #define LOG_FATAL(...) LWLOGGER_WRITE(::util::kLogFatal, __VA_ARGS__)      ///< At level fatal.
 #define LOG_ERROR(...) LWLOGGER_WRITE(::util::kLogError, __VA_ARGS__)      ///< At level error.
 #define LOG_WARNING(...) LWLOGGER_WRITE(::util::kLogWarning, __VA_ARGS__)  ///< At level warning.
 #define LOG_INFO(...) LWLOGGER_WRITE(::util::kLogInfo, __VA_ARGS__)        ///< At level info.
 #define LOG_DEBUG(...) LWLOGGER_WRITE(::util::kLogDebug, __VA_ARGS__)      ///< At level debug.
 #define LOG_TRACE(...) LWLOGGER_WRITE(::util::kLogTrace, __VA_ARGS__)      ///< At level trace.
+#endif
 
-/// \}
-
-/// What the macros above share.
+/// At a given `LogLevel`.
 #define LWLOGGER_WRITE(level, ...)                                \
   do {                                                            \
     if (::util::LwLogger::GetLogger().GetLogLevel() >= (level)) { \
       ::util::LogCall((level), __LINE__, __FILE__, __VA_ARGS__);  \
     }                                                             \
   } while (false)
+
+/// \}
 
 #endif  // LIBBASIC_LWLOGGER_H_

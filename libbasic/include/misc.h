@@ -1,6 +1,10 @@
 #ifndef LIBBASIC_MISC_H_
 #define LIBBASIC_MISC_H_
 
+#if __cplusplus < 201703L
+#include "libbasic needs C++17 or later"  // Unlike #error, it ends the compilation at once.
+#endif
+
 #include <cstdarg>
 #include <cstdint>
 #include <string>

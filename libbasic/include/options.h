@@ -1,6 +1,10 @@
 #ifndef LIBBASIC_OPTIONS_H_
 #define LIBBASIC_OPTIONS_H_
 
+#if __cplusplus < 201703L
+#include "libbasic needs C++17 or later"  // Unlike #error, it ends the compilation at once.
+#endif
+
 #include <cstddef>
 #include <sstream>
 #include <string>
@@ -35,13 +39,18 @@ namespace util {
 class Options {
  public:
   /// Copies `argv[1]` to `argv[argc-1]` as the arguments to consume.
-  /// \param argv  Must outlive the object; `argv[0]` is the program's name in the help text.
-  Options(int argc, const char** argv);
+  /// \param argv  Must outlive the object; `argv[0]` is the program's name in the help text. The
+  ///              `argv` of `main` fits, with and without `const`.
+  Options(int argc, const char* const* argv);
   ~Options();
+
+  Options(const Options&) = default;
+  Options& operator=(const Options&) = default;
 
   /// Declares a flag: an option without a value. A name without a dash is a word that is only
   /// found, once, as the first of the arguments left.
-  /// \param option, long_option  The names, with their dashes; empty for none.
+  /// \param option       The short name, with its dash; empty for none.
+  /// \param long_option  The long name, with its dashes; empty for none.
   /// \param desc  Text of the help entry.
   /// \param[in] is_depend_exist  Null, or whether what the option depends on is given: if false,
   ///     giving the option is an error.
@@ -62,8 +71,10 @@ class Options {
   /// starts from `T{}`, or from a copy of `id` if `T` has no default constructor. When an
   /// `operator>>` throws, that option stays with its value, and those before it are gone.
   ///
-  /// \param option, long_option  The names, with their dashes. One of fewer than 2 characters for
-  ///                             the short name, or 3 for the long name, counts as absent.
+  /// \param option       The short name, with its dash. With fewer than 2 characters, it counts as
+  ///                     absent.
+  /// \param long_option  The long name, with its dashes. With fewer than 3 characters, it counts as
+  ///                     absent.
   /// \param val_desc  Name of the value in the help entry; "<value>" when empty.
   /// \param opt_desc  Text of the help entry.
   /// \param is_depend_exist  As for a flag.
@@ -169,7 +180,7 @@ class Options {
                      const std::string& prefix, unsigned int width);
   void SetOptionDesc(const std::string& opt, const std::string& desc);
 
-  const char** argv_;
+  const char* const* argv_;
   int message_offset_;
   int screen_width_;
   std::string description_;
@@ -179,33 +190,32 @@ class Options {
 
 template <typename Match>
 bool Options::Consume(Match match) {
-  // What is kept moves up to what was kept before: one pass, however much is taken.
-  const size_t size = options_.size();
-  size_t kept = 0;
-  size_t index = 0;
-  const auto erase_taken = [&] {
-    const auto begin = options_.begin();
-    options_.erase(begin + static_cast<std::ptrdiff_t>(kept),
-                   begin + static_cast<std::ptrdiff_t>(index));
-  };
-  try {
-    while (index < size) {
-      const size_t before = index;
-      match(index);
-      if (index == before) {
-        if (kept != index) {
-          options_[kept] = std::move(options_[index]);
-        }
-        ++kept;
-        ++index;
-      }
+  // What is kept moves up to what was kept before: one pass, however much is taken. What was taken
+  // is erased at the end, also when a caller's `operator>>` throws.
+  struct Walk {
+    ~Walk() {
+      const auto begin = options.begin();
+      options.erase(begin + static_cast<std::ptrdiff_t>(kept),
+                    begin + static_cast<std::ptrdiff_t>(index));
     }
-  } catch (...) {  // by a caller's operator>>
-    erase_taken();
-    throw;
+    std::vector<std::string>& options;
+    size_t kept = 0;
+    size_t index = 0;
+  };
+  const size_t size = options_.size();
+  Walk walk{options_};
+  while (walk.index < size) {
+    const size_t before = walk.index;
+    match(walk.index);
+    if (walk.index == before) {
+      if (walk.kept != walk.index) {
+        options_[walk.kept] = std::move(options_[walk.index]);
+      }
+      ++walk.kept;
+      ++walk.index;
+    }
   }
-  erase_taken();
-  return kept < size;
+  return walk.kept < size;
 }
 
 template <typename T>

@@ -12,7 +12,7 @@ bool IsWhitespace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\
 
 }  // namespace
 
-Options::Options(int argc, const char** argv)
+Options::Options(int argc, const char* const* argv)
     : argv_(argv), message_offset_(kMessageOffset), screen_width_(kScreenWidth) {
   for (int i = 1; i < argc; ++i) {
     options_.emplace_back(argv[i]);
