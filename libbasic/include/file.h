@@ -20,7 +20,9 @@ namespace util {
 ///
 /// - "open file: %s": the file can't be opened. `CopyFile` says "open file '%s': %s" with the path.
 ///   For an empty path the words are "invalid input paramters".
-/// - "read file: %s": reading failed. A read error is never taken for the end of a file.
+/// - "read file: %s": reading failed. A read error is never taken for the end of a file. A read
+/// that
+///   a signal handler interrupts is repeated.
 /// - "write file: %s": not all bytes could be written; a full disk, say.
 /// - "close file: %s": the file could not be closed, so its content is not known to be safe.
 ///
@@ -70,7 +72,7 @@ class File {
 
   /// Copies the bytes of `src` to `dst`, replacing its content; the destination comes first.
   /// The two must not be the same file: its content would be lost. Permissions are not copied. A
-  /// source that can't be opened leaves `dst` untouched.
+  /// source that can't be opened, or is a directory, leaves `dst` untouched.
   /// \return Whether all bytes were copied and `dst` closed.
   static bool CopyFile(const std::string& dst, const std::string& src);
 
@@ -187,7 +189,8 @@ class FileWriter {
   /// buffered.
   bool Write(const void* data, size_t size);
 
-  /// Writes the rest of another file, in the kernel if it can copy between the two.
+  /// Writes the rest of another file, in the kernel if it can copy between the two. Of the file
+  /// itself, writes what is there at the start.
   /// \return False with "read file: %s" or "write file: %s".
   bool WriteRest(FileReader& reader);
 

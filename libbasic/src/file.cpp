@@ -27,6 +27,7 @@ namespace {
 constexpr size_t kHugePageSize = 2 * 1024 * 1024;
 constexpr size_t kKernelCopySize = 1 << 30;
 constexpr size_t kTextChunkSize = 4095;
+constexpr off_t kStatBlockSize = 512;
 constexpr int kMaxLinks = 40;  // as in the kernel
 constexpr int kDescriptorsWithoutProc = 1024;
 constexpr mode_t kPermissionBits = 0777;
@@ -35,6 +36,7 @@ constexpr mode_t kPrivateFileMode = 0600;
 constexpr auto kUnchangedOwner = static_cast<uid_t>(-1);
 constexpr auto kUnchangedGroup = static_cast<gid_t>(-1);
 constexpr char kOpenFailed[] = "open file: %s";
+constexpr char kReadFailed[] = "read file: %s";
 constexpr char kOpenNamedFailed[] = "open file '%s': %s";
 
 struct Free {
@@ -68,11 +70,22 @@ bool CheckOpen(const FILE* fp) {
   return true;
 }
 
-// Makes room for a file of `size` bytes; a negative size is unknown.
-void ReserveForText(int64_t size, std::string& text) {
-  if (size > 0) {
-    text.reserve(text.size() + static_cast<size_t>(size));
-    PreferHugePages(text.data() + text.size(), static_cast<size_t>(size));
+// Makes room for the text of a file. Best effort: not for its holes, which add nothing to a text,
+// and not if memory is short, as zero bytes add nothing either.
+void ReserveForText(const std::string& file, std::string& text) {
+  struct stat status;
+  if (stat(file.c_str(), &status) != 0) {
+    return;
+  }
+  const auto size =
+      static_cast<size_t>(std::min(status.st_size, status.st_blocks * kStatBlockSize));
+  const size_t needed = text.size() + size;
+  // Not a `new` expression, which a compiler may leave out.
+  void* room = size == 0 ? nullptr : ::operator new(needed, std::nothrow);
+  ::operator delete(room);
+  if (room != nullptr) {
+    text.reserve(needed);
+    PreferHugePages(text.data() + text.size(), size);
   }
 }
 
@@ -209,6 +222,18 @@ void KeepPermissions(int draft, const std::string& file, const struct stat& olde
   [[maybe_unused]] const bool has_owner = fchown(draft, older.st_uid, kUnchangedGroup) == 0;
 }
 
+// How many bytes to copy from one descriptor to another at most. The end of a file that is copied
+// to itself would move on as it is written.
+size_t GetRestSize(int from, int to) {
+  struct stat source;
+  struct stat target;
+  const off_t offset = lseek(from, 0, SEEK_CUR);
+  const bool is_same = offset >= 0 && fstat(from, &source) == 0 && fstat(to, &target) == 0 &&
+                       S_ISREG(source.st_mode) && source.st_dev == target.st_dev &&
+                       source.st_ino == target.st_ino;
+  return is_same ? static_cast<size_t>(std::max(source.st_size - offset, off_t{0})) : SIZE_MAX;
+}
+
 // Whether a file system, or the owner of a directory, does not let this process create or rename a
 // file there.
 bool IsRefused(int error) {
@@ -237,7 +262,7 @@ bool File::ReadText(std::string& text) {
   if (!reader.Open(file_)) {
     return false;
   }
-  ReserveForText(reader.GetSize(), text);
+  ReserveForText(file_, text);
   ReadBuffer buffer;
   // Whole chunks, so that each begins where it would if it were read by itself.
   const size_t size = buffer.GetSize() / kTextChunkSize * kTextChunkSize;
@@ -310,6 +335,10 @@ bool File::CopyFile(const std::string& dst, const std::string& src) {
     SetLastError(kOpenNamedFailed, src.c_str(), reader.GetError().c_str());
     return false;
   }
+  if (Path::IsDirectory(src)) {  // which can be opened, but not read
+    SetLastError(kReadFailed, strerror(EISDIR));
+    return false;
+  }
   FileWriter writer;
   if (!writer.Open(dst, false)) {
     SetLastError(kOpenNamedFailed, dst.c_str(), writer.GetError().c_str());
@@ -323,8 +352,8 @@ int64_t File::GetFileSize(const std::string& file) {
     SetLastError("the file string is empty");
     return -1;
   }
-  struct stat64 status;
-  if (stat64(file.c_str(), &status) != 0) {
+  struct stat status;
+  if (stat(file.c_str(), &status) != 0) {
     SetLastError("stat64: %s", strerror(errno));
     return -1;
   }
@@ -344,7 +373,9 @@ int FileHandler::Open(const std::string& file, int flag) {
     error_msg = "invalid input paramter";
     return -1;
   }
-  fd_ = open(file.c_str(), flag, 0);
+  do {
+    fd_ = open(file.c_str(), flag, 0);
+  } while (fd_ < 0 && errno == EINTR);
   if (fd_ < 0) {
     error_msg = strerror(errno);
     return -1;
@@ -358,7 +389,9 @@ FILE* FileHandler::Open(const std::string& file, const char* mode) {
     error_msg = "invalid input paramters";
     return nullptr;
   }
-  fp_ = fopen(file.c_str(), mode);
+  do {
+    fp_ = fopen(file.c_str(), mode);
+  } while (fp_ == nullptr && errno == EINTR);
   if (fp_ == nullptr) {
     error_msg = strerror(errno);
   }
@@ -412,20 +445,25 @@ bool FileReader::Read(void* data, size_t size, size_t& count) {
   if (!CheckOpen(fp_)) {
     return false;
   }
-  count = fread(data, 1, size, fp_);
-  if (count < size && ferror(fp_) != 0) {
-    SetLastError("read file: %s", strerror(errno));
-    return false;
+  while (true) {
+    count += fread(static_cast<char*>(data) + count, 1, size - count, fp_);
+    if (count == size || ferror(fp_) == 0) {
+      return true;
+    }
+    if (errno != EINTR) {
+      SetLastError(kReadFailed, strerror(errno));
+      return false;
+    }
+    clearerr(fp_);
   }
-  return true;
 }
 
 int64_t FileReader::GetSize() const {
-  struct stat64 status;
+  struct stat status;
   if (!CheckOpen(fp_)) {
     return -1;
   }
-  if (fstat64(fileno(fp_), &status) != 0) {
+  if (fstat(fileno(fp_), &status) != 0) {
     SetLastError("fstat64: %s", strerror(errno));
     return -1;
   }
@@ -459,17 +497,22 @@ bool FileWriter::WriteRest(FileReader& reader) {
   if (!Flush() || !CheckOpen(reader.fp_)) {
     return false;
   }
-  while (copy_file_range(fileno(reader.fp_), nullptr, fileno(fp_), nullptr, kKernelCopySize, 0) >
-         0) {
+  const int from = fileno(reader.fp_);
+  const int to = fileno(fp_);
+  size_t rest = GetRestSize(from, to);
+  for (ssize_t count = 1; count > 0 && rest > 0; rest -= static_cast<size_t>(count)) {
+    count =
+        std::max(copy_file_range(from, nullptr, to, nullptr, std::min(kKernelCopySize, rest), 0),
+                 ssize_t{0});
   }
   // Where the kernel can't copy or fails, reading and writing does, or gives the reason.
   ReadBuffer buffer;
-  size_t count = 0;
-  do {
-    if (!reader.Read(buffer.Get(), buffer.GetSize(), count) || !Write(buffer.Get(), count)) {
+  for (size_t count = 1; count > 0 && rest > 0; rest -= count) {
+    if (!reader.Read(buffer.Get(), std::min(buffer.GetSize(), rest), count) ||
+        !Write(buffer.Get(), count)) {
       return false;
     }
-  } while (count > 0);
+  }
   return true;
 }
 

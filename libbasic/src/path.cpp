@@ -16,8 +16,8 @@ namespace {
 constexpr size_t kPathBufferSize = 1024;
 
 bool HasFileType(const std::string& path, mode_t type) {
-  struct stat64 status;
-  return !path.empty() && stat64(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == type;
+  struct stat status;
+  return !path.empty() && stat(path.c_str(), &status) == 0 && (status.st_mode & S_IFMT) == type;
 }
 
 }  // namespace
@@ -31,9 +31,9 @@ bool Path::IsDirectory(const std::string& path) { return HasFileType(path, S_IFD
 bool Path::IsNormalFile(const std::string& path) { return HasFileType(path, S_IFREG); }
 
 bool Path::IsSameFile(const std::string& path, const std::string& other) {
-  struct stat64 status;
-  struct stat64 other_status;
-  return stat64(path.c_str(), &status) == 0 && stat64(other.c_str(), &other_status) == 0 &&
+  struct stat status;
+  struct stat other_status;
+  return stat(path.c_str(), &status) == 0 && stat(other.c_str(), &other_status) == 0 &&
          status.st_dev == other_status.st_dev && status.st_ino == other_status.st_ino;
 }
 

@@ -73,7 +73,7 @@ TEST_F(FileTest, FailureToWriteOrCopyOrDeleteHasAReason) {
       {"copy to a folder", [&] { return File::CopyFile(folder, source); },
        "open file '" + folder + "': Is a directory"},
       {"copy to a full disk", [&] { return File::CopyFile("/dev/full", source); }, kFull},
-      {"copy of a folder", [&] { return File::CopyFile(At("copy"), folder); },
+      {"copy of a folder", [&] { return File::CopyFile(kept, folder); },
        "read file: Is a directory"},
       {"delete without a path", [] { return File::DeleteFile(""); }, "invalid paramter"},
       {"delete a full folder", [&] { return File::DeleteFile(folder); },
@@ -161,6 +161,59 @@ TEST_F(FileTest, FilesAreReadAndCopiedWhereMemoryIsShort) {
   EXPECT_EQ(FirstDifference(text, content), kNone);
   EXPECT_TRUE(File::CopyFile(At("copy"), At("source")));
   EXPECT_EQ(FirstDifference(ReadAll(At("copy")), content), kNone);
+}
+
+TEST_F(FileTest, HolesOfAFileTakeNoMemory) {
+  fs::resize_file(Make("sparse", "head"), 256 << 20);
+  std::string text;
+  EXPECT_TRUE(File(At("sparse")).ReadText(text));
+  EXPECT_EQ(text, "head");
+  EXPECT_LT(text.capacity(), 1 << 20);
+}
+
+TEST_F(FileTest, InterruptedReadsAreRepeated) {
+  InFork([this] {
+    mkfifo(At("fifo").c_str(), 0600);
+    const std::string content(1000000, 'x');
+    for (const bool is_copy : {false, true}) {
+      std::thread writer([&] {
+        sigset_t alarm;
+        sigfillset(&alarm);
+        pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+        util::FileWriter fifo;
+        EXPECT_TRUE(fifo.Open(At("fifo"), false));
+        for (size_t i = 0; i < content.size(); i += 20000) {
+          util::MicroSleep(1000);
+          fifo.Write(&content[i], 20000);
+        }
+      });
+      struct sigaction action = {};
+      action.sa_handler = [](int) {};
+      sigaction(SIGALRM, &action, nullptr);
+      const struct itimerval often = {{0, 300}, {0, 300}};
+      setitimer(ITIMER_REAL, &often, nullptr);
+      std::string text;
+      EXPECT_TRUE(is_copy ? File::CopyFile(At("copy"), At("fifo"))
+                          : File(At("fifo")).ReadText(text))
+          << GetLastError();
+      writer.join();
+      EXPECT_EQ(FirstDifference(is_copy ? ReadAll(At("copy")) : text, content), kNone);
+    }
+  });
+}
+
+TEST_F(FileTest, FileIsAppendedToItselfOnce) {
+  const std::string content(100000, 'x');
+  Make("file", "-" + content);
+  util::FileReader reader;
+  util::FileWriter writer;
+  EXPECT_TRUE(reader.Open(At("file")));
+  EXPECT_TRUE(writer.Open(At("file"), true));
+  char first = 0;
+  size_t count = 0;
+  EXPECT_TRUE(reader.Read(&first, 1, count));
+  EXPECT_TRUE(writer.WriteRest(reader) && writer.Close());
+  EXPECT_EQ(FirstDifference(ReadAll(At("file")), "-" + content + content), kNone);
 }
 
 class AtomicFileTest : public FolderTest {
