@@ -6,7 +6,9 @@
 #endif
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 /// \file
 /// Child processes.
@@ -44,7 +46,9 @@ enum ProcessStatus {
 /// suspended, with all signals blocked, until the system has loaded the command; until then, a stop
 /// from the terminal does not stop the command. A program that handles signals is not suspended if
 /// it has at most 2 MiB of memory of its own. A signal handler that runs during `Wait` interrupts
-/// it, which stops the child.
+/// it, which stops the child. The program must not ignore SIGCHLD, and must not reap the child by
+/// other means: `Wait` could then not tell how it ended, and the id of a child that is gone may
+/// become that of another process.
 class Process {
  public:
   /// Holds no child.
@@ -74,11 +78,18 @@ class Process {
   /// `exec`.
   ProcessStatus Start(const std::string& cmd_with_args);
 
+  /// As above, with the words of the command as they are, blanks included, up to a zero byte. No
+  /// words are an empty command. `Start({"cp", "a b", "c"})` works too.
+  ProcessStatus Start(const std::vector<std::string>& words);
+  ProcessStatus Start(std::initializer_list<std::string> words);
+
   /// Collects output until the child and all that have inherited its output have closed it, then
   /// waits for the child's end, without a limit of time. A zero byte in the output drops the rest
   /// of its chunk of at most 4096 bytes.
   /// \param timeout  How long the child may be silent, in milliseconds; 0 means no limit. It
-  ///                 restarts with each output and ends once the child has closed its output.
+  ///                 restarts with each output and ends once the child has closed its output. So it
+  ///                 limits neither how long a child runs that writes now and then, nor how long
+  ///                 one runs on after it has closed its output.
   /// \return `PROCESS_SUCCESS` for an exit with code 0, and for an end by signal 9.
   ///         `PROCESS_TIMEOUT` after the timeout, without a text; the child has been killed if it
   ///         still ran, but not what it has started.
@@ -109,11 +120,11 @@ class Process {
   /// the object may move the text out of it.
   std::string& GetOutputString();
 
-  /// Returns the exit code of the last child that `Wait` has reaped; -1 if a signal ended it, and
+  /// Returns the exit code of the last child that has been reaped; -1 if a signal ended it, and
   /// before the first.
   int GetExitCode() const;
 
-  /// Returns the number of the signal that ended the last child that `Wait` has reaped; 0 if it
+  /// Returns the number of the signal that ended the last child that has been reaped; 0 if it
   /// exited, and before the first.
   int GetEndSignal() const;
 
@@ -137,13 +148,14 @@ class Process {
   void Stop(uint64_t patience);
 
  private:
-  ProcessStatus Launch(const std::string& cmd_with_args, bool is_any_child);
   int CollectChild();
+  void KeepStatus(int collected, int status);
   void ClosePipe();
 
   int pid_;
   int pipe_id_;
   std::string output_string_;
+  bool is_reaped_;  // and `pid_` may be another's
   int exit_code_;
   int end_signal_;
 };

@@ -94,11 +94,7 @@ bool CreatePipe(PipeEnd& read_end, PipeEnd& write_end) {
 // allocate.
 class Arguments {
  public:
-  explicit Arguments(const std::string& cmd_with_args) {
-    SplitString(cmd_with_args, " ", words_);
-    if (words_.empty()) {
-      words_.emplace_back();  // no program has an empty name, so this ends as any unknown one
-    }
+  explicit Arguments(std::vector<std::string> words) : words_(std::move(words)) {
     pointers_.reserve(words_.size() + 1);
     for (std::string& word : words_) {
       pointers_.push_back(word.data());
@@ -333,16 +329,26 @@ void KillOrphans() {
 
 }  // namespace
 
-Process::Process() : pid_(-1), pipe_id_(-1), exit_code_(-1), end_signal_(0) {}
+Process::Process() : pid_(-1), pipe_id_(-1), is_reaped_(false), exit_code_(-1), end_signal_(0) {}
 
 Process::~Process() { ClosePipe(); }
 
 ProcessStatus Process::Create(const std::string& cmd_with_args) {
-  return Launch(cmd_with_args, /*is_any_child=*/true);
+  // Without a child of its own, this asks for any child of the program.
+  return !cmd_with_args.empty() && IsRunning() ? PROCESS_RUNNING : Start(cmd_with_args);
 }
 
 ProcessStatus Process::Start(const std::string& cmd_with_args) {
-  return Launch(cmd_with_args, /*is_any_child=*/false);
+  std::vector<std::string> words;
+  SplitString(cmd_with_args, " ", words);
+  if (words.empty() && !cmd_with_args.empty()) {
+    words.emplace_back();  // no program has an empty name, so this ends as any unknown one
+  }
+  return Start(words);
+}
+
+ProcessStatus Process::Start(std::initializer_list<std::string> words) {
+  return Start(std::vector<std::string>(words));
 }
 
 ProcessStatus Process::Wait(uint64_t timeout) {
@@ -352,7 +358,7 @@ ProcessStatus Process::Wait(uint64_t timeout) {
   }
   ProcessStatus status = Drain(pipe_id_, timeout, output_string_);
   ClosePipe();
-  if (status != PROCESS_SUCCESS && kill(pid_, SIGKILL) != 0) {
+  if (status != PROCESS_SUCCESS && !is_reaped_ && kill(pid_, SIGKILL) != 0) {
     SetLastError("kill: %s", strerror(errno));
     status = PROCESS_ERROR;
   }
@@ -365,6 +371,7 @@ ProcessStatus Process::Wait(uint64_t timeout) {
     status = PROCESS_ERROR;
   }
   pid_ = -1;
+  is_reaped_ = false;
   return status;
 }
 
@@ -386,7 +393,18 @@ bool Process::Kill() {
   return true;
 }
 
-bool Process::IsRunning() { return waitpid(pid_, nullptr, WNOHANG) == 0; }
+bool Process::IsRunning() {
+  if (is_reaped_) {
+    return false;
+  }
+  int status = 0;
+  const pid_t answer = waitpid(pid_, &status, WNOHANG);
+  if (pid_ > 0 && answer != 0) {
+    is_reaped_ = true;
+    KeepStatus(answer, status);
+  }
+  return answer == 0;
+}
 
 std::string& Process::GetOutputString() { return output_string_; }
 
@@ -428,17 +446,17 @@ void Process::Stop(uint64_t patience) {
   }
 }
 
-ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_child) {
-  if (cmd_with_args.empty()) {
+ProcessStatus Process::Start(const std::vector<std::string>& words) {
+  if (words.empty()) {
     SetLastError("command is empty");
     return PROCESS_ERROR;
   }
-  if ((is_any_child || pid_ > 0) && IsRunning()) {
+  if (pid_ > 0 && IsRunning()) {
     return PROCESS_RUNNING;
   }
   output_string_.clear();
   ClosePipe();  // of a child that ended without a `Wait`
-  const Arguments args(cmd_with_args);
+  const Arguments args(words);
   PipeEnd read_end;
   PipeEnd write_end;
   if (!CreatePipe(read_end, write_end)) {
@@ -451,6 +469,7 @@ ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_chil
       (HandlesSignals() && !IsLargeProgram()) || strlen(args.Get()[0]) >= PATH_MAX / 2;
   // A signal handler finds no child, or its id and its pipe.
   const SignalBlock block;
+  is_reaped_ = false;
   pid_ = StartChild(args.Get(), write_end.Get(), block.GetFormerMask(), !is_copy);
   if (pid_ < 0) {
     SetLastError("fork: %s", strerror(errno));
@@ -462,6 +481,9 @@ ProcessStatus Process::Launch(const std::string& cmd_with_args, bool is_any_chil
 }
 
 int Process::CollectChild() {
+  if (is_reaped_) {
+    return ECHILD;
+  }
   int status = 0;
   pid_t collected = waitpid(pid_, &status, 0);
   const int error = collected == -1 ? errno : 0;
@@ -471,11 +493,15 @@ int Process::CollectChild() {
       collected = waitpid(pid_, &status, 0);
     } while (collected == -1 && errno == EINTR);
   }
-  if (collected != -1) {
+  KeepStatus(collected, status);
+  return error;
+}
+
+void Process::KeepStatus(int collected, int status) {
+  if (collected > 0) {
     exit_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     end_signal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   }
-  return error;
 }
 
 void Process::ClosePipe() {

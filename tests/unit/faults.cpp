@@ -9,19 +9,24 @@
 
 static const char* s_failing_call = "";
 static int s_error = 0;
+static bool s_has_happened = false;
 
 Fault::Fault(const char* call, int error) {
   s_failing_call = call;
   s_error = error;
+  s_has_happened = false;
 }
 
 Fault::~Fault() { s_failing_call = ""; }
+
+bool Fault::HasHappened() const { return s_has_happened; }
 
 static bool Fails(const char* call) {
   if (strcmp(call, s_failing_call) != 0) {
     return false;
   }
   errno = s_error;
+  s_has_happened = true;
   return true;
 }
 

@@ -7,6 +7,7 @@ class Fault {
  public:
   Fault(const char* call, int error);
   ~Fault();
+  bool HasHappened() const;
   Fault(const Fault&) = delete;
   Fault& operator=(const Fault&) = delete;
 };

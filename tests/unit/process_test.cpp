@@ -143,6 +143,26 @@ TEST_F(ProcessTest, AskingCollectsAChildThatHasEnded) {
   Expect(process_.Wait(0), PROCESS_ERROR, "", "waitpid: No child processes");
 }
 
+TEST_F(ProcessTest, IdOfACollectedChildIsNotKilled) {
+  // What the child leaves keeps the pipe open, so that the wait ends with the timeout.
+  EXPECT_EQ(process_.Create(Script("sleep 1 & exit 3")), PROCESS_SUCCESS);
+  EXPECT_EQ(AwaitEnd(), 3);
+  EXPECT_FALSE(process_.IsRunning());
+  const Fault fault("kill", EPERM);
+  Expect(process_.Wait(50), PROCESS_ERROR, "", "waitpid: No child processes");
+  EXPECT_FALSE(fault.HasHappened()) << "it may be another process by now";
+  EXPECT_EQ(process_.GetExitCode(), 3);
+}
+
+TEST_F(ProcessTest, WordsArePassedAsTheyAre) {
+  const std::string script = Make("script", "printf '<%s>' \"$@\"");
+  EXPECT_EQ(process_.Start({"sh", script, "a b", "", " "}), PROCESS_SUCCESS);
+  Expect(process_.Wait(0), PROCESS_SUCCESS, "<a b><>< >");
+  EXPECT_EQ(process_.Start(Strings{"sh"}), PROCESS_SUCCESS);
+  Expect(process_.Wait(0), PROCESS_SUCCESS, "");
+  Expect(process_.Start({}), PROCESS_ERROR, "", "command is empty");
+}
+
 TEST_F(ProcessTest, StartIgnoresTheProgramsOtherChildren) {
   Process other;
   EXPECT_EQ(other.Create("sleep 100"), PROCESS_SUCCESS);
