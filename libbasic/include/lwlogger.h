@@ -44,13 +44,15 @@ enum LogLevel {
 /// first console line of the process chooses the stream for all later ones: `stderr` for an error
 /// and graver levels, else `stdout`.
 ///
-/// Lines may be written by any number of threads; each arrives whole. The setters take no lock:
-/// call them before other threads log. No operation reports a failure. The last-error text changes
-/// only if the path of the executable or the working directory can't be read.
+/// Lines may be written by any number of threads; each arrives whole. A child of `fork` can log
+/// too, whatever the threads of its parent were doing. The setters take no lock: call them before
+/// other threads log. No operation reports a failure. The last-error text changes only if the path
+/// of the executable or the working directory can't be read.
 class LwLogger {
  public:
   /// Returns the process's logger, which the first call makes. Safe against concurrent first calls.
-  /// Normal process exit closes its log file; lines that are logged after that go to the console.
+  /// Normal process exit, or unloading the plug-in that this is part of, closes its log file; lines
+  /// that are logged after that go to the console.
   static LwLogger& GetLogger();
 
   /// Closes the log file.
@@ -167,6 +169,8 @@ class LwLogger {
   std::string GetNamePrefix() const;
   void OpenLogFile();
   void CloseLogFile();
+  void LockForFork();
+  void UnlockAfterFork();
   void WriteToFile(const std::string& log_info);
   void WriteToConsole(LogLevel log_level, const std::string& log_info);
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -22,6 +23,10 @@ constexpr int64_t kNanosecondsPerMillisecond = 1000000;
 // Appends what `StrFormat` would return.
 void AppendFormat(std::string& text, const char* format, va_list ap)
     __attribute__((format(printf, 2, 0)));
+
+// Held while the C library converts a time to local time. It has a lock of its own, which a child
+// of `fork` might never get.
+std::mutex& GetTimeLock();
 
 // Appends what `GetSystemTime` would return.
 void AppendSystemTime(std::string& text, bool with_usec);

@@ -1,6 +1,7 @@
 #include "lwlogger.h"
 
 #include <dirent.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <new>
 #include <string_view>
 
 #include "internal.h"
@@ -68,12 +70,27 @@ bool WriteAll(int fd, const char* text, size_t size) {
 thread_local int LwLogger::thread_id_ = 0;
 
 LwLogger& LwLogger::GetLogger() {
-  // Never destroyed, as destructors of globals may log.
+  // Never destroyed, as destructors of globals may log. Not on the heap, where it would be a leak
+  // of a plug-in that is unloaded.
+  alignas(LwLogger) static char place[sizeof(LwLogger)];
   static LwLogger& logger = []() -> LwLogger& {
     atexit([] { GetLogger().CloseLogFile(); });
-    return *new LwLogger;
+    // A child of `fork` has only the thread that forked: nobody else would release the locks there.
+    pthread_atfork([] { GetLogger().LockForFork(); }, [] { GetLogger().UnlockAfterFork(); },
+                   [] { GetLogger().UnlockAfterFork(); });
+    return *new (place) LwLogger;
   }();
   return logger;
+}
+
+void LwLogger::LockForFork() {
+  access_lock_.lock();
+  GetTimeLock().lock();
+}
+
+void LwLogger::UnlockAfterFork() {
+  GetTimeLock().unlock();
+  access_lock_.unlock();
 }
 
 LwLogger::LwLogger()
@@ -220,6 +237,8 @@ void LwLogger::OpenLogFile() {
 void LwLogger::CloseLogFile() {
   const std::lock_guard<std::mutex> lock(access_lock_);
   is_log_to_file_ = false;
+  log_directory_ = std::string();
+  log_file_name_prefix_ = std::string();
   if (log_file_fp_ != nullptr) {
     fclose(log_file_fp_);
     log_file_fp_ = nullptr;

@@ -263,11 +263,19 @@ std::string GetSystemTime(bool with_usec) {
   return text;
 }
 
+std::mutex& GetTimeLock() {
+  static std::mutex lock;
+  return lock;
+}
+
 void AppendSystemTime(std::string& text, bool with_usec) {
   struct timeval now;
   gettimeofday(&now, nullptr);
   struct tm local_time = {};
-  localtime_r(&now.tv_sec, &local_time);
+  {
+    const std::lock_guard<std::mutex> lock(GetTimeLock());
+    localtime_r(&now.tv_sec, &local_time);
+  }
   // By hand, as each line of a log has this and `strftime` takes as long as all the rest.
   char digits[kSystemTimeSize];
   char* end = PutDigits(digits, 1900 + local_time.tm_year, 4);

@@ -1,5 +1,7 @@
 #include "lwlogger.h"
 
+#include <dlfcn.h>
+
 #include "test_support.h"
 
 namespace {
@@ -279,6 +281,47 @@ TEST_F(LoggerTest, LinesOfThreadsArriveWholeAndOnceAlsoWhenTheFileIsFull) {
       tails += ReadAll(entry.path()).substr(is_full ? large.size() : 0);
     }
     return tails;
+  });
+}
+
+TEST_F(LoggerTest, ChildOfForkLogsWhateverThreadsOfItsParentDo) {
+  InFork([this] {
+    LwLogger& logger = LwLogger::GetLogger();
+    logger.SetLogAssistInfo();
+    logger.SetLogDirectory(folder_);
+    logger.SetLogToFile();
+    std::atomic<bool> is_forking = true;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+      threads.emplace_back([&] {
+        while (is_forking) LOG_INFO("parent\n");
+      });
+    }
+    for (int i = 0; i < 100 && !HasFailure(); ++i) {
+      const pid_t child = fork();
+      if (child == 0) {
+        alarm(20);
+        LOG_INFO("child\n");
+        _exit(0);
+      }
+      int status = 0;
+      waitpid(child, &status, 0);
+      EXPECT_EQ(status, 0) << "it hangs";
+    }
+    is_forking = false;
+    for (std::thread& thread : threads) thread.join();
+  });
+}
+
+TEST_F(LoggerTest, PluginThatLogsCanBeUnloaded) {
+  InFork([this] {
+    void* plugin = dlopen(PLUGIN, RTLD_NOW);
+    ASSERT_NE(plugin, nullptr) << dlerror();
+    const auto log = reinterpret_cast<void (*)(const char*)>(dlsym(plugin, "Log"));
+    log(folder_.c_str());
+    dlclose(plugin);
+    EXPECT_EQ(dlopen(PLUGIN, RTLD_NOW | RTLD_NOLOAD), nullptr) << "it is still loaded";
+    EXPECT_EQ(ReadAll(fs::directory_iterator(folder_)->path()), "error: from a plug-in\n");
   });
 }
 
