@@ -74,12 +74,13 @@ auto PromoteValue(T value) {
     return value;
   }
 }
+
+template <typename List>
+ListResult<List> StrFormat(const char* format, List ap) __attribute__((format(printf, 1, 0)));
 /// \endcond
 
 /// As above, on a list of arguments.
 /// \param ap  A `va_list`. It is used up: the caller may only `va_end` it.
-template <typename List>
-ListResult<List> StrFormat(const char* format, List ap) __attribute__((format(printf, 1, 0)));
 template <typename List>
 ListResult<List> StrFormat(const char* format, List ap) {
   return FormatList(format, ap);

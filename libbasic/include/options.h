@@ -44,7 +44,9 @@ class Options {
   Options(int argc, const char* const* argv);
   ~Options();
 
+  /// A copy has the same arguments left and the same help text.
   Options(const Options&) = default;
+  /// As above.
   Options& operator=(const Options&) = default;
 
   /// Declares a flag: an option without a value. A name without a dash is a word that is only

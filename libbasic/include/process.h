@@ -79,8 +79,10 @@ class Process {
   ProcessStatus Start(const std::string& cmd_with_args);
 
   /// As above, with the words of the command as they are, blanks included, up to a zero byte. No
-  /// words are an empty command. `Start({"cp", "a b", "c"})` works too.
+  /// words are an empty command.
   ProcessStatus Start(const std::vector<std::string>& words);
+
+  /// As above, as in `Start({"cp", "a b", "c"})`.
   ProcessStatus Start(std::initializer_list<std::string> words);
 
   /// Collects output until the child and all that have inherited its output have closed it, then

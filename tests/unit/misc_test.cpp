@@ -46,7 +46,7 @@ TEST(StrFormat, WritesTextsOfAnyLengthUpToTheirFirstNul) {
   }
   EXPECT_EQ(StrFormat("%lc", static_cast<wint_t>(0xD800)), "") << "no character";
   EXPECT_EQ(StrFormat("%d", 0), "0");
-  EXPECT_EQ(StrFormat("%p", nullptr), "(nil)");
+  EXPECT_EQ(StrFormat(std::string("%p"), nullptr), "(nil)");
 }
 
 TEST(StrFormat, TakesStringsAndWhatConvertsToThemAsFormat) {
