@@ -102,7 +102,8 @@ def cases(_):
                "Failed to write inc: write file: No space left"),
         failed("pipe without a reader", "mkfifo inc; head -c 10 inc >start & :", "[ -p inc ]",
                "Failed to write inc: write file: Broken pipe"),
-        failed("file that runs", 'cp "$(command -v sleep)" inc; ./inc 60 & :', "kill $! && [ -x inc ]",
+        failed("file that runs", 'cp "$(command -v sleep)" inc; ./inc 60 & '
+               'until [ /proc/$!/exe -ef inc ]; do :; done', "kill $! && [ -x inc ]",
                "Failed to write inc: open file: Text file busy", may_leave_files=True)]
 
 
