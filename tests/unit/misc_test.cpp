@@ -156,15 +156,23 @@ TEST(Time, IsLocalAndCountsMicrosecondsWithoutZeros) {
   tzset();
   EXPECT_EQ(ConvertTimestamp(1735823045000052, true), "2025/01/02_18:04:05.52");
   EXPECT_EQ(ConvertTimestamp(-1500000, true), "1970/01/01_04:59:59.-500000");
-  const std::string before = ConvertTimestamp(GetTimestamp(), false);
-  const std::string now = GetSystemTime(false);
-  const std::string after = ConvertTimestamp(GetTimestamp(), false);
-  // In the layout of the other two.
-  const std::string readable = StrFormat("%.4s/%.2s/%.2s_%.2s:%.2s:%.2s", &now[0], &now[4], &now[6],
-                                         &now[9], &now[11], &now[13]);
-  EXPECT_LE(before, readable);
-  EXPECT_LE(readable, after);
-  EXPECT_EQ(now.size(), 15U) << now;
+  for (const char* when : {"now", "a second later"}) {
+    SCOPED_TRACE(when);
+    const std::string before = ConvertTimestamp(GetTimestamp(), false);
+    const std::string now = GetSystemTime(false);
+    const std::string after = ConvertTimestamp(GetTimestamp(), false);
+    // In the layout of the other two.
+    const std::string readable = StrFormat("%.4s/%.2s/%.2s_%.2s:%.2s:%.2s", &now[0], &now[4],
+                                           &now[6], &now[9], &now[11], &now[13]);
+    EXPECT_LE(before, readable);
+    EXPECT_LE(readable, after);
+    EXPECT_EQ(now.size(), 15U) << now;
+    while (ConvertTimestamp(GetTimestamp(), false) == after) std::this_thread::yield();
+  }
+  EXPECT_TRUE(SetEnvVar("TZ", "XYZ+5"));
+  tzset();
+  EXPECT_EQ(GetSystemTime(false).substr(9, 2),
+            ConvertTimestamp(GetTimestamp(), false).substr(11, 2));
   EXPECT_THAT(GetSystemTime(true),
               testing::MatchesRegex("[0-9]{8}_[0-9]{6}\\.(0|[1-9][0-9]{0,5})"));
 }
