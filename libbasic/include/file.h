@@ -20,14 +20,13 @@ namespace util {
 ///
 /// - "open file: %s": the file can't be opened. `CopyFile` says "open file '%s': %s" with the path.
 ///   For an empty path the words are "invalid input paramters".
-/// - "read file: %s": reading failed. A read error is never taken for the end of a file. A read
-/// that
-///   a signal handler interrupts is repeated.
+/// - "read file: %s": reading failed. A read error is never taken for the end of a file.
 /// - "write file: %s": not all bytes could be written; a full disk, say.
 /// - "close file: %s": the file could not be closed, so its content is not known to be safe.
 ///
-/// Writing creates a missing file. If it fails, the file keeps what was written before. An object
-/// is used by one thread at a time; the static operations by any.
+/// Opening and reading go on after a signal handler has interrupted them. Writing creates a missing
+/// file. If it fails, the file keeps what was written before. An object is used by one thread at a
+/// time; the static operations by any.
 class File {
  public:
   /// Keeps a copy of the path. The file system is not touched.

@@ -78,11 +78,11 @@ class Process {
   /// `exec`.
   ProcessStatus Start(const std::string& cmd_with_args);
 
-  /// As above, with the words of the command as they are, blanks included, up to a zero byte. No
-  /// words are an empty command.
+  /// As above, with the words of the command, which are passed as they are, blanks included, up to
+  /// a zero byte. Without words, the last error is "command is empty".
   ProcessStatus Start(const std::vector<std::string>& words);
 
-  /// As above, as in `Start({"cp", "a b", "c"})`.
+  /// As above, for words in braces: `Start({"cp", "a b", "c"})`.
   ProcessStatus Start(std::initializer_list<std::string> words);
 
   /// Collects output until the child and all that have inherited its output have closed it, then
@@ -157,7 +157,7 @@ class Process {
   int pid_;
   int pipe_id_;
   std::string output_string_;
-  bool is_reaped_;  // and `pid_` may be another's
+  bool is_reaped_;  // by `IsRunning`; `pid_` may be another process's by now
   int exit_code_;
   int end_signal_;
 };

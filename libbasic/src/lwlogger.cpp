@@ -237,8 +237,9 @@ void LwLogger::OpenLogFile() {
 void LwLogger::CloseLogFile() {
   const std::lock_guard<std::mutex> lock(access_lock_);
   is_log_to_file_ = false;
-  log_directory_ = std::string();
-  log_file_name_prefix_ = std::string();
+  // Frees what a plug-in that is unloaded would leak. There is no other log file to name.
+  std::string().swap(log_directory_);
+  std::string().swap(log_file_name_prefix_);
   if (log_file_fp_ != nullptr) {
     fclose(log_file_fp_);
     log_file_fp_ = nullptr;
