@@ -205,14 +205,19 @@ TEST_F(FileTest, InterruptedReadsAreRepeated) {
 TEST_F(FileTest, FileIsAppendedToItselfOnce) {
   const std::string content(100000, 'x');
   Make("file", "-" + content);
-  util::FileReader reader;
-  util::FileWriter writer;
-  EXPECT_TRUE(reader.Open(At("file")));
-  EXPECT_TRUE(writer.Open(At("file"), true));
-  char first = 0;
-  size_t count = 0;
-  EXPECT_TRUE(reader.Read(&first, 1, count));
-  EXPECT_TRUE(writer.WriteRest(reader) && writer.Close());
+  InFork([this] {
+    signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit limit = {1000000, 1000000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    util::FileReader reader;
+    util::FileWriter writer;
+    EXPECT_TRUE(reader.Open(At("file")));
+    EXPECT_TRUE(writer.Open(At("file"), true));
+    char first = 0;
+    size_t count = 0;
+    EXPECT_TRUE(reader.Read(&first, 1, count));
+    EXPECT_TRUE(writer.WriteRest(reader) && writer.Close()) << GetLastError();
+  });
   EXPECT_EQ(FirstDifference(ReadAll(At("file")), "-" + content + content), kNone);
 }
 
