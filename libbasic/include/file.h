@@ -86,8 +86,9 @@ class File {
 };
 
 /// Owns one open stream and one open descriptor, each independent of the other, and closes them
-/// when it goes out of scope. It leaves the last-error text alone and keeps its own (`GetError`).
-/// An object is used by one thread at a time.
+/// when it goes out of scope. Opening goes on after a signal handler has interrupted it. It leaves
+/// the last-error text alone and keeps its own (`GetError`). An object is used by one thread at a
+/// time.
 class FileHandler {
  public:
   /// Holds nothing.

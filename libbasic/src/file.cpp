@@ -80,8 +80,11 @@ void ReserveForText(const std::string& file, std::string& text) {
   const auto size =
       static_cast<size_t>(std::min(status.st_size, status.st_blocks * kStatBlockSize));
   const size_t needed = text.size() + size;
-  // Not a `new` expression, which a compiler may leave out.
-  void* room = size == 0 ? nullptr : ::operator new(needed, std::nothrow);
+  if (needed <= text.capacity()) {
+    return;
+  }
+  // As much as `reserve` may allocate. Not a `new` expression, which a compiler may leave out.
+  void* room = ::operator new(std::max(needed, 2 * text.capacity()) + 1, std::nothrow);
   ::operator delete(room);
   if (room != nullptr) {
     text.reserve(needed);

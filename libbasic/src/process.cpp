@@ -287,6 +287,12 @@ ProcessStatus Drain(int pipe_id, uint64_t timeout, std::string& output) {
   }
 }
 
+// Whether nobody has reaped this child.
+bool IsChild(int pid) {
+  siginfo_t child;
+  return waitid(P_PID, static_cast<id_t>(pid), &child, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
 // Milliseconds of a clock that nobody sets.
 uint64_t GetUptime() {
   struct timespec now;
@@ -358,7 +364,7 @@ ProcessStatus Process::Wait(uint64_t timeout) {
   }
   ProcessStatus status = Drain(pipe_id_, timeout, output_string_);
   ClosePipe();
-  if (status != PROCESS_SUCCESS && !is_reaped_ && kill(pid_, SIGKILL) != 0) {
+  if (status != PROCESS_SUCCESS && !is_reaped_ && IsChild(pid_) && kill(pid_, SIGKILL) != 0) {
     SetLastError("kill: %s", strerror(errno));
     status = PROCESS_ERROR;
   }
