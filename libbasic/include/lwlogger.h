@@ -45,14 +45,14 @@ enum LogLevel {
 /// and graver levels, else `stdout`.
 ///
 /// Lines may be written by any number of threads; each arrives whole. A child of `fork` can log
-/// too, whatever the threads of its parent were doing. The setters take no lock: call them before
-/// other threads log. No operation reports a failure. The last-error text changes only if the path
-/// of the executable or the working directory can't be read.
+/// too, also if other threads of its parent were logging. The setters take no lock: call them
+/// before other threads log. No operation reports a failure. The last-error text changes only if
+/// the path of the executable or the working directory can't be read.
 class LwLogger {
  public:
   /// Returns the process's logger, which the first call makes. Safe against concurrent first calls.
   /// Normal process exit, or unloading the plug-in that this is part of, closes its log file; lines
-  /// that are logged after that go to the console.
+  /// that are logged after that go to the console, with whole names of source files.
   static LwLogger& GetLogger();
 
   /// Closes the log file.
@@ -160,6 +160,10 @@ class LwLogger {
   template <typename... Args>
   friend class LogCall;
 
+  struct ForkHandlers {
+    ForkHandlers();
+  };
+
   bool IsOff(LogLevel log_level) const { return log_level_ < log_level; }
   void WriteLine(LogLevel log_level, const std::string& log_info);
   std::string GetLineStart(LogLevel log_level, int line, const char* file) const;
@@ -169,11 +173,10 @@ class LwLogger {
   std::string GetNamePrefix() const;
   void OpenLogFile();
   void CloseLogFile();
-  void LockForFork();
-  void UnlockAfterFork();
   void WriteToFile(const std::string& log_info);
   void WriteToConsole(LogLevel log_level, const std::string& log_info);
 
+  static const ForkHandlers fork_handlers_;
   static thread_local int thread_id_;
 
   bool is_log_to_file_;
@@ -187,7 +190,7 @@ class LwLogger {
   std::string log_directory_;
   std::string log_project_path_;
   std::string log_file_name_prefix_;
-  std::mutex access_lock_;
+  mutable std::mutex access_lock_;
 };
 
 /// A call of a `LOG_` macro. Class template argument deduction does not odr-use the values, so that

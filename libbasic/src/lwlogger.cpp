@@ -75,22 +75,31 @@ LwLogger& LwLogger::GetLogger() {
   alignas(LwLogger) static char place[sizeof(LwLogger)];
   static LwLogger& logger = []() -> LwLogger& {
     atexit([] { GetLogger().CloseLogFile(); });
-    // A child of `fork` has only the thread that forked: nobody else would release the locks there.
-    pthread_atfork([] { GetLogger().LockForFork(); }, [] { GetLogger().UnlockAfterFork(); },
-                   [] { GetLogger().UnlockAfterFork(); });
     return *new (place) LwLogger;
   }();
   return logger;
 }
 
-void LwLogger::LockForFork() {
-  access_lock_.lock();
-  GetTimeLock().lock();
-}
+// Registered as early as possible: what a program registers later may log, as it runs before these
+// lock and after they have unlocked.
+[[gnu::init_priority(101)]] const LwLogger::ForkHandlers LwLogger::fork_handlers_;
 
-void LwLogger::UnlockAfterFork() {
-  GetTimeLock().unlock();
-  access_lock_.unlock();
+// A child of `fork` has only the thread that forked: nobody else would release the locks there.
+LwLogger::ForkHandlers::ForkHandlers() {
+  static constexpr auto unlock = [] {
+    GetTimeLock().unlock();
+    GetLogger().access_lock_.unlock();
+  };
+  pthread_atfork(
+      [] {
+        GetLogger().access_lock_.lock();
+        GetTimeLock().lock();
+      },
+      unlock,
+      [] {
+        thread_id_ = 0;
+        unlock();
+      });
 }
 
 LwLogger::LwLogger()
@@ -166,9 +175,13 @@ void LwLogger::AppendAssistHeader(LogLevel log_level, int line, const char* file
     thread_id_ = static_cast<int>(syscall(SYS_gettid));
   }
   std::string_view short_file = file;
-  if (!log_project_path_.empty() && short_file.find(log_project_path_) != std::string_view::npos) {
-    // The separator after the path goes too; a file that is just the path has none.
-    short_file.remove_prefix(std::min(log_project_path_.size() + 1, short_file.size()));
+  {
+    const std::lock_guard<std::mutex> lock(access_lock_);  // the process may be ending
+    if (!log_project_path_.empty() &&
+        short_file.find(log_project_path_) != std::string_view::npos) {
+      // The separator after the path goes too; a file that is just the path has none.
+      short_file.remove_prefix(std::min(log_project_path_.size() + 1, short_file.size()));
+    }
   }
   const bool has_name = log_level > kLogNone && log_level < kLogEnd;
   header += '[';
@@ -237,9 +250,10 @@ void LwLogger::OpenLogFile() {
 void LwLogger::CloseLogFile() {
   const std::lock_guard<std::mutex> lock(access_lock_);
   is_log_to_file_ = false;
-  // Frees what a plug-in that is unloaded would leak. There is no other log file to name.
-  std::string().swap(log_directory_);
-  std::string().swap(log_file_name_prefix_);
+  // Frees what a plug-in that is unloaded would leak.
+  for (std::string* text : {&log_directory_, &log_project_path_, &log_file_name_prefix_}) {
+    std::string().swap(*text);
+  }
   if (log_file_fp_ != nullptr) {
     fclose(log_file_fp_);
     log_file_fp_ = nullptr;

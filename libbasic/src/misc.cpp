@@ -81,7 +81,8 @@ char* PutDigits(char* text, int number, int count) {
 // many to a second and its conversion takes a tenth of the time of a line.
 struct LocalSecond {
   time_t time = -1;
-  long zone = 0;  // the C library's `timezone`
+  long zone = 0;  // the C library's `timezone` and `daylight`
+  int has_summer_time = 0;
   char digits[15] = {};
 };
 
@@ -94,6 +95,7 @@ LocalSecond ConvertSecond(time_t time) {
   }
   second.time = time;
   second.zone = timezone;
+  second.has_summer_time = daylight;
   // By hand, as `strftime` takes as long as all the rest.
   char* end = PutDigits(second.digits, 1900 + local_time.tm_year, 4);
   end = PutDigits(end, 1 + local_time.tm_mon, 2);
@@ -301,7 +303,7 @@ void AppendSystemTime(std::string& text, bool with_usec) {
   thread_local LocalSecond second;
   struct timeval now;
   gettimeofday(&now, nullptr);
-  if (now.tv_sec != second.time || timezone != second.zone) {
+  if (now.tv_sec != second.time || timezone != second.zone || daylight != second.has_summer_time) {
     second = ConvertSecond(now.tv_sec);
   }
   text.append(second.digits, sizeof(second.digits));
@@ -314,6 +316,7 @@ void AppendSystemTime(std::string& text, bool with_usec) {
 
 std::string ConvertTimestamp(int64_t timestamp, bool with_usec) {
   const time_t seconds = timestamp / kMicrosecondsPerSecond;
+  const std::lock_guard<std::mutex> lock(GetTimeLock());
   const struct tm* local_time = localtime(&seconds);
   if (local_time == nullptr) {
     return {};

@@ -180,6 +180,7 @@ TEST(LwLogger, AssistHeaderTellsTimeThreadLevelAndPlace) {
     };
     check();
     std::thread(check).join();
+    InFork(check);
   }
   Logger logger;
   logger.SetLogAssistInfo();
